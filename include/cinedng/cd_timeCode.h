@@ -42,10 +42,10 @@ public:
     // The 8 packed bytes (little-endian) at the given rate; decoded at once.
     cd_timeCode(const smpte_timeCode* tc, float rate);
     cd_timeCode(const unsigned char* bytes, float rate);
-    // A time code for a running frame count at the given rate (hours wrap at 24). userBits is
-    // stored as the binary groups; when it is not 0 the binary group flags say "user defined"
-    // (bgf 2). A rate that rounds to less than 1 raises a cd_exception.
-    cd_timeCode(int frameCount, float rate, int userBits);
+    // A time code for a running frame count at the given rate rounded to an integer (hours wrap at
+    // 24). A non-zero dropFrame sets the drop-frame flag; the count itself is always converted at
+    // the nominal integer rate. A rate that rounds to less than 1 raises a cd_exception.
+    cd_timeCode(int frameCount, float rate, int dropFrame);
 
     // From the two 32-bit words of an EXR time code attribute.
     static cd_timeCode fromWords(uint32_t timeAndFlags, uint32_t userData, float rate);

@@ -29,7 +29,7 @@ uint64_t packedFromBytes(const unsigned char* b) {
     return v;
 }
 
-// Two BCD digits of value (0..99 expected) with the tens field limited to tensBits bits.
+// Two BCD digits of value; the tens digit is cut to the width of its field (tensMask).
 uint64_t bcd(int value, int lowBit, unsigned tensMask) {
     unsigned v = static_cast<unsigned>(value);
     uint64_t units = v % 10u;
@@ -53,7 +53,7 @@ cd_timeCode::cd_timeCode(const unsigned char* bytes, float rate) : frameRate(rat
     decode();
 }
 
-cd_timeCode::cd_timeCode(int frameCount, float rate, int userBits) : frameRate(rate) {
+cd_timeCode::cd_timeCode(int frameCount, float rate, int dropFrame) : frameRate(rate) {
     decodeFrameRate();
     const int r = intRate;
     if (r < 1) throw cd_exception("cd_timeCode - the frame rate must be at least 1");
@@ -62,10 +62,7 @@ cd_timeCode::cd_timeCode(int frameCount, float rate, int userBits) : frameRate(r
     const int s = (frameCount / r) % 60;
     const int f = frameCount % r;
     uint64_t packed = bcd(f, 0, 0x3u) | bcd(s, 8, 0x7u) | bcd(m, 16, 0x7u) | bcd(h, 24, 0x3u);
-    if (userBits != 0) {
-        packed |= uint64_t{1} << 31;  // bgf 2 at every rate: the binary groups are user defined
-        packed |= static_cast<uint64_t>(static_cast<uint32_t>(userBits)) << 32;
-    }
+    if (dropFrame != 0) packed |= uint64_t{1} << 6;
     smpte_ = packed;
     decode();
 }
@@ -83,9 +80,8 @@ bool cd_timeCode::decodeFrameRate() {
     intRate = static_cast<int>(std::lround(frameRate));
     isPAL = frameRate == 25.0f || frameRate == 50.0f;
     highRate = frameRate > 30.0f;
-    const double rate = frameRate;
-    const double half = rate / 2.0;
-    dropFrameRate = (rate >= 29.96 && rate <= 29.98) || (half >= 29.96 && half <= 29.98);
+    const float half = frameRate / 2.0f;
+    dropFrameRate = (frameRate >= 29.96f && frameRate <= 29.98f) || (half >= 29.96f && half <= 29.98f);
     return dropFrameRate;
 }
 
