@@ -1,7 +1,6 @@
 #include "cinedng/cd_exrStructs.h"
 
-#include <array>
-#include <ios>
+#include "cinedng/cd_timeCode.h"
 
 namespace cinedng {
 
@@ -46,10 +45,7 @@ std::ostream& operator<<(std::ostream& os, const keycode& k) {
 // ---- timecode ----
 
 std::ostream& operator<<(std::ostream& os, const timecode& t) {
-    const std::ios_base::fmtflags f = os.flags();
-    os << "timecode<" << " timeAndFlags:0x" << std::hex << t.timeAndFlags << ", userData:0x" << t.userData << " >";
-    os.flags(f);
-    return os;
+    return os << cd_timeCode::fromWords(t.timeAndFlags, t.userData, 24.0f);
 }
 
 // ---- HeaderInfo ----
