@@ -238,7 +238,8 @@ std::valarray<float> matrixRGBtoXYZ(const std::valarray<float>& c) {
                                  r[1], g[1], b[1],  //
                                  r[2], g[2], b[2]};
     std::valarray<float> W = xyToXYZ({c[6], c[7]});
-    W /= W[1];
+    const float whiteY = W[1];  // by value: W /= W[1] would alias the divisor
+    W /= whiteY;
     const std::valarray<float> S = multiplyMatrix(invertMatrix(P), W, 3);
     return multiplyMatrix(P, diagonalMatrix(S), 3);
 }
