@@ -45,4 +45,8 @@ private:
     bool freeWhenDone_ = false;
 };
 
+// Releases a buffer that the library allocated with malloc for the caller (for example the RGBA
+// buffer of KSCinemaDNGFileSequence::rgbBufferFromRawBuffer). nullptr is accepted.
+void KSFreeBuffer(void* buffer);
+
 }  // namespace cinedng

@@ -20,7 +20,7 @@ namespace cinedng {
 namespace logdetail {
 
 struct Arg {
-    enum Kind { Signed, Unsigned, Floating, Text, Pointer } kind;
+    enum Kind { Signed, Unsigned, Floating, Text, Pointer } kind = Text;
     long long i = 0;
     unsigned long long u = 0;
     double f = 0.0;
@@ -38,7 +38,7 @@ std::string shortestNumber(float v);
 
 template <typename T>
 Arg makeArg(const T& v) {
-    Arg a{Arg::Text};
+    Arg a;
     using U = std::decay_t<T>;
     if constexpr (std::is_same_v<U, bool>) {
         a.kind = Arg::Signed;

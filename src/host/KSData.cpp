@@ -77,4 +77,6 @@ std::string KSData::description() const {
     return s + "}";
 }
 
+void KSFreeBuffer(void* buffer) { std::free(buffer); }
+
 }  // namespace cinedng
