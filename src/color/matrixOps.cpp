@@ -251,6 +251,9 @@ std::valarray<float> matrixRGBtoXYZ(const chromaticities& c) {
 
 std::valarray<float> matrixChromaticAdaptation(const std::valarray<float>& white1,
                                                const std::valarray<float>& white2) {
+    if (white1.size() != 3 || white2.size() != 3) {
+        throw cd_exception("matrixOps::matrixChromaticAdaptation - matrix size mismatch");
+    }
     const std::valarray<float> B = matrixBradford();
     const std::valarray<float> rho1 = multiplyMatrix(B, white1, 3);
     const std::valarray<float> rho2 = multiplyMatrix(B, white2, 3);
