@@ -17,6 +17,10 @@ namespace {
 // (XYZtoOut . adapt) . camToXYZ, divided by its largest row sum.
 std::valarray<float> normalisedNet(const std::valarray<float>& XYZtoOut, const std::valarray<float>& adapt,
                                    const std::valarray<float>& camToXYZ) {
+    if (camToXYZ.size() != 9) {
+        // A record that has not been through the colour decoding has no camera matrix.
+        throw cd_exception("cd_fullColorMatrix - CameraToXYZMtx must hold 9 values");
+    }
     std::valarray<float> net = multiplyMatrix(multiplyMatrix(XYZtoOut, adapt, 3), camToXYZ, 3);
     const std::valarray<float> rowSums = multiplyMatrix(net, unitTriple, 3);
     const float largestRowSum = rowSums.max();
