@@ -54,3 +54,42 @@ struct RowsOverBuffer {
 };
 
 }  // namespace rawtest
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "cinedng/cd_DNGTags.h"
+#include "cinedng/cd_parseTiff.h"
+
+namespace rawtest {
+
+// Reads the frame's tags and derives the active-area and crop geometry the way the colour decoding
+// does (active area clipped to the image; crop relative to the active area), without needing colour
+// tags, so that frames without colour matrices can be converted too.
+inline cinedng::cd_DNGTags tagsOf(const std::vector<uint8_t>& frame) {
+    cinedng::cd_parseTiff tiff;
+    tiff.configure(reinterpret_cast<const char*>(frame.data()), frame.size());
+    cinedng::cd_DNGTags tags;
+    tags.readAllTags(tiff, false);
+    const auto& aa = tags.activeArea;
+    tags.activeTop = static_cast<int32_t>(aa[0]);
+    tags.activeLeft = static_cast<int32_t>(aa[1]);
+    tags.inputRows = static_cast<int32_t>(std::min(aa[2], tags.imageHeight)) - tags.activeTop;
+    tags.inputCols = static_cast<int32_t>(std::min(aa[3], tags.imageWidth)) - tags.activeLeft;
+    tags.cropOriginRow = static_cast<int32_t>(std::lround(tags.defaultCropOrigin[1]));
+    tags.cropOriginCol = static_cast<int32_t>(std::lround(tags.defaultCropOrigin[0]));
+    tags.outputRows = static_cast<int32_t>(
+        std::min<int64_t>(std::lround(tags.defaultCropSize[1]), tags.inputRows - tags.cropOriginRow));
+    tags.outputCols = static_cast<int32_t>(
+        std::min<int64_t>(std::lround(tags.defaultCropSize[0]), tags.inputCols - tags.cropOriginCol));
+    return tags;
+}
+
+inline std::vector<uint8_t> readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+}  // namespace rawtest
