@@ -62,8 +62,13 @@ inline std::unique_ptr<Parsed> parse(std::vector<uint8_t> frame) { return std::m
 inline std::unique_ptr<Parsed> parse(cinedng::framebuilder::TiffBuilder& b) { return parse(buildPadded(b)); }
 
 inline std::vector<uint8_t> readFile(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    std::ifstream f(path, std::ios::binary | std::ios::ate);
+    std::vector<uint8_t> bytes;
+    if (!f) return bytes;
+    bytes.resize(static_cast<size_t>(f.tellg()));
+    f.seekg(0);
+    f.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 inline std::string samplePath(const std::string& name) { return std::string(CINEDNG_SAMPLES_DIR) + "/" + name; }
