@@ -88,11 +88,13 @@ inline std::string run(const std::string& command) {
     return out;
 }
 
-// exiftool's reading of a file: tag name -> value (numbers unformatted; for a tag that appears
-// twice, the first occurrence, which is the one the parser reads).
+// exiftool's reading of the tags of IFD 0 and its sub-IFDs (where the parser looks; EXIF-IFD tags
+// are not included): tag name -> value, numbers unformatted. A sub-IFD's value replaces IFD 0's;
+// for a tag that appears twice in one IFD, the first occurrence, which is the one the parser reads.
 inline std::map<std::string, std::string> exiftool(const std::string& path) {
     std::map<std::string, std::string> tags;
-    const std::string out = run("exiftool -a -n -S -G0 -EXIF:all '" + path + "' 2>/dev/null");
+    std::map<std::string, std::string> subTags;
+    const std::string out = run("exiftool -a -n -S -G1 -EXIF:all '" + path + "' 2>/dev/null");
     size_t pos = 0;
     while (pos < out.size()) {
         size_t end = out.find('\n', pos);
@@ -102,10 +104,15 @@ inline std::map<std::string, std::string> exiftool(const std::string& path) {
         // "[EXIF] TagName: value"
         const size_t close = line.find("] ");
         const size_t colon = line.find(": ", close == std::string::npos ? 0 : close);
-        if (close == std::string::npos || colon == std::string::npos) continue;
+        if (close == std::string::npos || colon == std::string::npos || line.empty() || line[0] != '[') continue;
+        const std::string group = line.substr(1, close - 1);
         const std::string name = line.substr(close + 2, colon - close - 2);
-        tags.emplace(name, line.substr(colon + 2));
+        if (group == "IFD0")
+            tags.emplace(name, line.substr(colon + 2));
+        else if (group.rfind("SubIFD", 0) == 0)
+            subTags.emplace(name, line.substr(colon + 2));
     }
+    for (auto& [k, v] : subTags) tags[k] = v;
     return tags;
 }
 
@@ -119,6 +126,19 @@ inline std::vector<double> numbers(const std::string& s) {
         if (end == p) break;
         v.push_back(d);
         p = end;
+    }
+    return v;
+}
+
+// exiftool's TimeCodes text: hexadecimal bytes separated by dots ("12.34.56.01.00.00.00.00").
+inline std::vector<double> hexBytes(const std::string& s) {
+    std::vector<double> v;
+    size_t pos = 0;
+    while (pos < s.size()) {
+        size_t dot = s.find('.', pos);
+        if (dot == std::string::npos) dot = s.size();
+        v.push_back(static_cast<double>(std::stoul(s.substr(pos, dot - pos), nullptr, 16)));
+        pos = dot + 1;
     }
     return v;
 }
