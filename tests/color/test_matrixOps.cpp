@@ -108,19 +108,11 @@ TEST(MatrixOpsDeathTest, InvertNeedsNineElements) {
     EXPECT_DEATH(invertMatrix(std::valarray<float>(1.0f, 4)), "mtx.size\\(\\) == 9");
 }
 
-TEST(MatrixOps, TransposeDiagonalIdentityCrossAssign) {
+TEST(MatrixOps, TransposeAndAssign) {
     // 2 rows of 3 become 3 rows of 2.
     expectEq(transpose(std::valarray<float>{1, 2, 3, 4, 5, 6}, 2), {1, 4, 2, 5, 3, 6});
-    expectEq(transpose(std::valarray<float>{1, 4, 2, 5, 3, 6}, 3), {1, 2, 3, 4, 5, 6});
-    expectEq(diagonalMatrix(std::valarray<float>{2, 3}), {2, 0, 0, 3});
-    expectEq(identityMatrix(2), {1, 0, 0, 1});
     EXPECT_EQ(cross(std::valarray<float>{1, 2}, std::valarray<float>{3, 4}), -2.0f);
-
     std::valarray<float> dst{9, 9};
-    valarrayassign(dst, std::valarray<float>{1, 2, 3});
+    valarrayassign(dst, std::vector<float>{1, 2, 3});  // resized to the source
     expectEq(dst, {1, 2, 3});
-    valarrayassign(dst, std::vector<float>{4});
-    expectEq(dst, {4});
-    EXPECT_EQ(unitTriple.size(), 3u);
-    EXPECT_EQ(unitTriple.sum(), 3.0f);
 }
