@@ -10,41 +10,75 @@ namespace cinedng {
 
 namespace {
 
-// Half bits of one float, written without branches so that the row loop vectorises. Every
-// candidate result is computed and the right one selected:
-//   magnitude bits above 0x477FF000 (beyond 65520): 0x7BFF if finite (clamped on purpose), 0x7C00
-//     for infinity, 0x7D00 for NaN;
-//   at least 0x38800000 (2^-14): ((bits + 0x20) >> 13) - 0x1C000, i.e. the mantissa truncated;
-//   zero: 0;
-//   otherwise (below the smallest normal half): the float with bits + 0x20, times 2^24, truncated.
-// Negative values are the conversion of the magnitude with the sign bit 0x8000 added.
-inline uint16_t halfBits(float v) {
-    const uint32_t u = std::bit_cast<uint32_t>(v);
-    const uint32_t sign = (u >> 16) & 0x8000u;
-    const uint32_t a = u & 0x7FFFFFFFu;
-
-    // All-ones masks pick one candidate per case; the cases are disjoint.
-    const uint32_t isBig = 0u - static_cast<uint32_t>(a > 0x477FF000u);
-    const uint32_t isInf = 0u - static_cast<uint32_t>(a == 0x7F800000u);
-    const uint32_t isNaN = 0u - static_cast<uint32_t>(a > 0x7F800000u);
-    const uint32_t isNormal = 0u - static_cast<uint32_t>(a >= 0x38800000u && a <= 0x477FF000u);
-    const uint32_t isSmall = 0u - static_cast<uint32_t>(a < 0x38800000u && a != 0u);
-
-    const uint32_t big = (0x7BFFu & ~isInf & ~isNaN) | (0x7C00u & isInf) | (0x7D00u & isNaN);
-    const uint32_t normal = ((a + 0x20u) >> 13) - 0x1C000u;
-    // Lanes that are not small get a harmless normal operand, so zeros never cost a denormal
-    // multiply; the result of those lanes is masked away.
-    const uint32_t smallBits = ((a & isSmall) | (0x38000000u & ~isSmall)) + 0x20u;
-    const uint32_t sub = static_cast<uint32_t>(static_cast<int32_t>(std::bit_cast<float>(smallBits) * 16777216.0f));
-
-    const uint32_t h = (big & isBig) | (normal & isNormal) | (sub & isSmall);
-    return static_cast<uint16_t>((h | sign) & 0xFFFFu);
+// Selects x where c holds, else y, as bit operations: keeps the loops free of branches (a plain
+// conditional around the float conversion would not be if-converted and would stop vectorisation).
+inline int32_t select(bool c, int32_t x, int32_t y) {
+    const int32_t m = -static_cast<int32_t>(c);
+    return (x & m) | (y & ~m);
 }
 
-// The file stores halves little-endian; the row loop copies them from memory as they are.
+// Half bits of one float. With a the magnitude bits (sign cleared):
+//   a >= 0x7F800000: 0x7C00 for infinity, 0x7D00 for NaN;
+//   a >= 0x38800000 (2^-14 and up): ((a + 0x20) >> 13) - 0x1C000, the mantissa in effect truncated,
+//     clamped to 0x7BFF (65504): finite values beyond the half range are not made infinite;
+//   below: the float with bits a + 0x20, times 2^24, truncated to an integer (0 for a = 0).
+// A negative value gives the conversion of its magnitude plus 0x8000.
+// Every candidate is computed for every value. The small-value operand is clamped below to the
+// smallest normal float: all operands that low give 0 anyway, and zeros then never cost a
+// denormal multiply.
+inline uint16_t halfBits(float v) {
+    const int32_t u = std::bit_cast<int32_t>(v);
+    const int32_t a = u & 0x7FFFFFFF;
+    const int32_t sign = (u >> 16) & 0x8000;
+
+    int32_t normal = static_cast<int32_t>((static_cast<uint32_t>(a) + 0x20u) >> 13) - 0x1C000;
+    normal = normal < 0x7BFF ? normal : 0x7BFF;
+
+    int32_t smallBits = (a < 0x38800000 ? a : 0x38800000) + 0x20;
+    smallBits = smallBits > 0x00800000 ? smallBits : 0x00800000;
+    const int32_t sub = static_cast<int32_t>(std::bit_cast<float>(smallBits) * 16777216.0f);
+
+    int32_t h = select(a < 0x38800000, sub, normal);
+    h = select(a >= 0x7F800000, a > 0x7F800000 ? 0x7D00 : 0x7C00, h);
+    return static_cast<uint16_t>(h | sign);
+}
+
+// The file stores halves little-endian.
 inline uint16_t toFileOrder(uint16_t h) {
     if constexpr (std::endian::native == std::endian::big) return static_cast<uint16_t>((h >> 8) | (h << 8));
     return h;
+}
+
+constexpr std::size_t kBlock = 128;
+
+// One block of at most kBlock pixels. The matrix pass deinterleaves into three float planes, the
+// half passes then run over contiguous data; both vectorise. Built twice, for AVX2 and for the
+// baseline instruction set, and chosen at load time. No FMA: the products and sums are rounded
+// exactly as written, so every build gives the same bits.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void convertBlock(const float* __restrict rgb, const float* __restrict m, std::size_t n,
+                  unsigned char* __restrict b, unsigned char* __restrict g, unsigned char* __restrict r) {
+    const float m0 = m[0], m1 = m[1], m2 = m[2];
+    const float m3 = m[3], m4 = m[4], m5 = m[5];
+    const float m6 = m[6], m7 = m[7], m8 = m[8];
+    float R[kBlock], G[kBlock], B[kBlock];
+    uint16_t H[kBlock];
+    for (std::size_t x = 0; x < n; ++x) {
+        const float ri = rgb[3 * x];
+        const float gi = rgb[3 * x + 1];
+        const float bi = rgb[3 * x + 2];
+        R[x] = m0 * ri + m1 * gi + m2 * bi;
+        G[x] = m3 * ri + m4 * gi + m5 * bi;
+        B[x] = m6 * ri + m7 * gi + m8 * bi;
+    }
+    for (std::size_t x = 0; x < n; ++x) H[x] = toFileOrder(halfBits(B[x]));
+    std::memcpy(b, H, 2 * n);
+    for (std::size_t x = 0; x < n; ++x) H[x] = toFileOrder(halfBits(G[x]));
+    std::memcpy(g, H, 2 * n);
+    for (std::size_t x = 0; x < n; ++x) H[x] = toFileOrder(halfBits(R[x]));
+    std::memcpy(r, H, 2 * n);
 }
 
 }  // namespace
@@ -53,23 +87,11 @@ cd_openEXRformatter::cd_openEXRformatter() = default;
 
 uint16_t cd_openEXRformatter::floatToHalf(float v) { return halfBits(v); }
 
-void cd_openEXRformatter::convertRow(const float* __restrict rgb, const float* __restrict m, unsigned int n,
-                                     unsigned char* __restrict b, unsigned char* __restrict g,
-                                     unsigned char* __restrict r) {
-    const float m0 = m[0], m1 = m[1], m2 = m[2];
-    const float m3 = m[3], m4 = m[4], m5 = m[5];
-    const float m6 = m[6], m7 = m[7], m8 = m[8];
-    const std::size_t count = n;
-    for (std::size_t x = 0; x < count; ++x) {
-        const float ri = rgb[3 * x];
-        const float gi = rgb[3 * x + 1];
-        const float bi = rgb[3 * x + 2];
-        const uint16_t ro = toFileOrder(halfBits(m0 * ri + m1 * gi + m2 * bi));
-        const uint16_t go = toFileOrder(halfBits(m3 * ri + m4 * gi + m5 * bi));
-        const uint16_t bo = toFileOrder(halfBits(m6 * ri + m7 * gi + m8 * bi));
-        std::memcpy(b + 2 * x, &bo, 2);
-        std::memcpy(g + 2 * x, &go, 2);
-        std::memcpy(r + 2 * x, &ro, 2);
+void cd_openEXRformatter::convertRow(const float* rgb, const float* m, unsigned int n, unsigned char* b,
+                                     unsigned char* g, unsigned char* r) {
+    for (std::size_t s = 0; s < n; s += kBlock) {
+        const std::size_t k = n - s < kBlock ? n - s : kBlock;
+        convertBlock(rgb + 3 * s, m, k, b + 2 * s, g + 2 * s, r + 2 * s);
     }
 }
 
