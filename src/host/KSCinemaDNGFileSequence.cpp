@@ -114,10 +114,13 @@ void KSCinemaDNGFileSequence::writeRawImageDataForIndex(int index, float* buffer
         } else if (imageData_) {
             status = converter->convertImageFromImageDataWithIndex(index);
         }
+        converter->setRawImagePixels(nullptr);  // the caller's buffer is not kept beyond the call
         if (status != 0) KSLog("ERROR: %d", status);
     } catch (const std::exception& e) {
+        context_->converter()->setRawImagePixels(nullptr);
         logException(selector, e.what());
     } catch (...) {
+        context_->converter()->setRawImagePixels(nullptr);
         logException(selector, "unknown exception");
     }
 }
