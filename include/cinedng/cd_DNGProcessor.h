@@ -62,6 +62,11 @@ public:
     const std::vector<cd_FrameFailure>& failures() const { return failures_; }
     // Frames written while rendering.
     int framesWritten() const { return framesWritten_; }
+    // Rendering, per frame: the worker that reported it (-1: none) and how many reports arrived;
+    // and the process id of every worker.
+    const std::vector<int>& frameWorkers() const { return frameWorker_; }
+    const std::vector<int>& frameReports() const { return frameReports_; }
+    const std::vector<int>& workerPids() const { return workerPids_; }
 
     // Frame selection: from the sorted names take indices 0, skip + 1, 2 (skip + 1), ... and keep
     // the first maxDuration of them.
@@ -85,6 +90,9 @@ private:
     cd_DNGTags look_;
     std::vector<cd_FrameFailure> failures_;
     int framesWritten_ = 0;
+    std::vector<int> frameWorker_;
+    std::vector<int> frameReports_;
+    std::vector<int> workerPids_;
 };
 
 }  // namespace cinedng

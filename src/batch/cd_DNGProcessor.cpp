@@ -127,6 +127,9 @@ void cd_DNGProcessor::run(cd_CommandLineOptions& options) {
         const cd_RenderResult result = renderer.renderClip(selected_, workers_, extras_.progress);
         failures_ = result.failures;
         framesWritten_ = result.framesWritten;
+        frameWorker_ = result.frameWorker;
+        frameReports_ = result.frameReports;
+        workerPids_ = result.workerPids;
         std::copy(result.mainStats, result.mainStats + 5, stageStats);
         if (!failures_.empty()) status_ = framesFailed;
     } else {

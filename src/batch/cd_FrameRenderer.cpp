@@ -72,6 +72,11 @@ int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags)
     if (stages.loader == nullptr || stages.rowLocator == nullptr || stages.linearizer == nullptr ||
         stages.debayer == nullptr || stages.writer == nullptr)
         throw cd_exception("cd_FrameRenderer - every stage of the clip must be given");
+    // Samples are read as they are stored: a compressed frame would render as noise. Every frame of
+    // the clip repeats the look source's compression (the row locator checks it), so one test suffices.
+    if (tags.compression != 1)
+        throw cd_exception("cd_FrameRenderer - compressed frames cannot be rendered (Compression " +
+                           std::to_string(tags.compression) + ")");
     // The debayer interpolates over a 2 x 2 colour filter pattern only; refuse anything else here
     // rather than letting the debayer's own checks stop the process.
     const bool cfa2x2 = tags.CFARepeatPatternDim.size() == 2 && tags.CFARepeatPatternDim[0] == 2 &&
