@@ -61,52 +61,65 @@ inline std::vector<double> demoNeutral() {
     return {cam[0] / m, cam[1] / m, cam[2] / m};
 }
 
-// The scene at (x, y) of frame k, linear sRGB in [0, 1].
-inline void demoScene(uint32_t x, uint32_t y, uint32_t width, uint32_t height, int k, double rgb[3]) {
+// The colour checker patches in 8-bit sRGB, row by row.
+inline const unsigned char (&demoPatches())[24][3] {
     static const unsigned char patches[24][3] = {
         {115, 82, 68},   {194, 150, 130}, {98, 122, 157},  {87, 108, 67},   {133, 128, 177}, {103, 189, 170},
         {214, 126, 44},  {80, 91, 166},   {193, 90, 99},   {94, 60, 108},   {157, 188, 64},  {224, 163, 46},
         {56, 61, 150},   {70, 148, 73},   {175, 54, 60},   {231, 199, 31},  {187, 86, 149},  {8, 133, 161},
         {243, 243, 242}, {200, 200, 200}, {160, 160, 160}, {122, 122, 121}, {85, 85, 85},    {52, 52, 52}};
-    auto linear = [](double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); };
+    return patches;
+}
+
+// What the scene shows at (x, y): a patch (0..23), the dark border between patches (-1) or the
+// grey ramp (-2), whose value is then returned in *ramp.
+inline int demoSceneAt(uint32_t x, uint32_t y, uint32_t width, uint32_t height, int k, double* ramp) {
     const uint32_t chartHeight = height * 2 / 3;
     if (y < chartHeight) {
         const uint32_t col = std::min<uint32_t>(5, x * 6 / width);
         const uint32_t row = std::min<uint32_t>(3, y * 4 / chartHeight);
         // A thin dark border around every patch.
         const uint32_t px = x * 6 % width, py = y * 4 % chartHeight;
-        if (px < 6 * 2 || py < 4 * 2) {
-            rgb[0] = rgb[1] = rgb[2] = 0.02;
-            return;
-        }
-        for (int c = 0; c < 3; ++c) rgb[c] = linear(patches[row * 6 + col][c] / 255.0);
-        return;
+        if (px < 6 * 2 || py < 4 * 2) return -1;
+        return static_cast<int>(row * 6 + col);
     }
     // The ramp moves by 1/64 of its length per frame.
-    const double t = std::fmod(static_cast<double>(x) / width + k / 64.0, 1.0);
-    rgb[0] = rgb[1] = rgb[2] = t;
+    *ramp = std::fmod(static_cast<double>(x) / width + k / 64.0, 1.0);
+    return -2;
 }
 
 // Stored samples of frame k.
 inline std::vector<uint32_t> demoRaster(const DemoClipSpec& spec, int k) {
-    const uint32_t black = 256;
-    const uint32_t white = (1u << spec.bits) - 1;
-    const double camWhite = [] {
-        const double w[3] = {1.0, 1.0, 1.0};
-        double c[3];
-        demoCameraRGB(w, c);
-        return std::max({c[0], c[1], c[2]});
-    }();
+    const double black = 256;
+    const double white = static_cast<double>((1u << spec.bits) - 1);
+    const double one[3] = {1.0, 1.0, 1.0};
+    double camWhite[3];
+    demoCameraRGB(one, camWhite);
+    const double scale = 0.9 / std::max({camWhite[0], camWhite[1], camWhite[2]});
+    auto stored = [&](double cam) {
+        return static_cast<uint32_t>(std::lround(black + std::clamp(cam * scale, 0.0, 1.0) * (white - black)));
+    };
+    auto linear = [](double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); };
+    // Stored value of every patch, and of the border, per colour of the filter.
+    uint32_t patch[24][3];
+    for (int p = 0; p < 24; ++p) {
+        double rgb[3], cam[3];
+        for (int c = 0; c < 3; ++c) rgb[c] = linear(demoPatches()[p][c] / 255.0);
+        demoCameraRGB(rgb, cam);
+        for (int c = 0; c < 3; ++c) patch[p][c] = stored(cam[c]);
+    }
+    uint32_t border[3];
+    for (int c = 0; c < 3; ++c) border[c] = stored(camWhite[c] * 0.02);
+
     static const int cfa[4] = {0, 1, 1, 2};  // RGGB
     std::vector<uint32_t> samples(static_cast<size_t>(spec.width) * spec.height);
     for (uint32_t y = 0; y < spec.height; ++y) {
+        uint32_t* row = samples.data() + static_cast<size_t>(y) * spec.width;
         for (uint32_t x = 0; x < spec.width; ++x) {
-            double rgb[3], cam[3];
-            demoScene(x, y, spec.width, spec.height, k, rgb);
-            demoCameraRGB(rgb, cam);
-            const double v = cam[cfa[(y % 2) * 2 + (x % 2)]] / camWhite * 0.9;
-            const double stored = black + std::clamp(v, 0.0, 1.0) * (white - black);
-            samples[static_cast<size_t>(y) * spec.width + x] = static_cast<uint32_t>(std::lround(stored));
+            const int c = cfa[(y % 2) * 2 + (x % 2)];
+            double ramp = 0.0;
+            const int what = demoSceneAt(x, y, spec.width, spec.height, k, &ramp);
+            row[x] = what >= 0 ? patch[what][c] : what == -1 ? border[c] : stored(camWhite[c] * ramp);
         }
     }
     return samples;
