@@ -59,7 +59,6 @@ private:
     cd_openEXRformatter formatter;
     std::unique_ptr<char[]> pOutputBuffer;
     int status = 0;
-    cd_timing timer_;
 };
 
 }  // namespace cinedng
