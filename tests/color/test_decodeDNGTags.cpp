@@ -36,7 +36,7 @@ void expectNear(const std::valarray<float>& got, const std::valarray<float>& wan
     for (size_t i = 0; i < want.size(); ++i) EXPECT_NEAR(got[i], want[i], tol) << "element " << i;
 }
 
-fb::RawFrameSpec baseSpec() {
+fb::RawFrameSpec baseFrame() {
     fb::RawFrameSpec s;
     s.width = 32;
     s.height = 16;
@@ -152,7 +152,7 @@ TEST(DecodeGeometry, MalformedCropIsRefusedCleanly) {
 // ---- colour model on synthetic frames --------------------------------------------------------
 
 TEST(DecodeColour, ColorMatrix1Only) {
-    fb::RawFrameSpec s = baseSpec();
+    fb::RawFrameSpec s = baseFrame();
     std::string log;
     cd_DecodeDNGTags dummy;
     {
@@ -180,7 +180,7 @@ TEST(DecodeColour, ColorMatrix1Only) {
 }
 
 TEST(DecodeColour, NoWhiteBalanceDefaultsToIlluminant1) {
-    fb::RawFrameSpec s = baseSpec();
+    fb::RawFrameSpec s = baseFrame();
     s.asShotNeutral.clear();
     s.calibrationIlluminant1 = 21;
     std::string log;
@@ -209,7 +209,7 @@ TEST(DecodeColour, NoWhiteBalanceDefaultsToIlluminant1) {
 
 TEST(DecodeColour, CameraCalibrationIsFoldedInOnce) {
     int raw = 0;
-    fb::RawFrameSpec s = baseSpec();
+    fb::RawFrameSpec s = baseFrame();
     fb::TiffBuilder b = fb::makeRawFrameBuilder(s, {}, &raw);
     const std::vector<double> cc1{1.1, 0, 0, 0, 1.0, 0, 0, 0, 0.9};
     b.addNumbers(raw, 50723, fb::SRATIONAL, cc1);
@@ -261,7 +261,7 @@ TEST(DecodeColour, TwoIlluminantSearch) {
     const std::valarray<float> neutral =
         multiplyMatrix(d.XYZtoCameraWeightedMatrix(m4000, m1, m2), ColorTemperatureToXYZ(4000.0f), 3);
 
-    fb::RawFrameSpec s = baseSpec();
+    fb::RawFrameSpec s = baseFrame();
     s.colorMatrix2 = kMatrixD65;
     s.calibrationIlluminant1 = 17;
     s.calibrationIlluminant2 = 21;
@@ -318,7 +318,7 @@ TEST(DecodeColour, EqualIlluminantsSkipTheSearch) {
 }
 
 TEST(DecodeColour, NeutralScaleDoesNotMatter) {
-    fb::RawFrameSpec s = baseSpec();
+    fb::RawFrameSpec s = baseFrame();
     s.colorMatrix2 = kMatrixD65;
     s.calibrationIlluminant1 = 17;
     s.calibrationIlluminant2 = 21;
@@ -331,7 +331,7 @@ TEST(DecodeColour, NeutralScaleDoesNotMatter) {
 }
 
 TEST(DecodeColour, FailureTexts) {
-    fb::RawFrameSpec s = baseSpec();
+    fb::RawFrameSpec s = baseFrame();
     s.colorMatrix1 = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0};  // four planes
     EXPECT_EQ(gatherFailure(fb::buildRawFrame(s)), "cd_DecodeDNGTags - colorPlanes must be 3");
     s.colorMatrix1.clear();
