@@ -435,6 +435,10 @@ TiffBuilder makeRawFrameBuilder(const RawFrameSpec& spec, const std::vector<uint
     if (!spec.uniqueCameraModel.empty()) b.addAscii(0, 50708, spec.uniqueCameraModel);
     if (!spec.colorMatrix1.empty()) b.addRationals(0, 50721, toRationals(spec.colorMatrix1, 10000), SRATIONAL);
     if (!spec.colorMatrix2.empty()) b.addRationals(0, 50722, toRationals(spec.colorMatrix2, 10000), SRATIONAL);
+    if (!spec.cameraCalibration1.empty())
+        b.addRationals(0, 50723, toRationals(spec.cameraCalibration1, 10000), SRATIONAL);
+    if (!spec.cameraCalibration2.empty())
+        b.addRationals(0, 50724, toRationals(spec.cameraCalibration2, 10000), SRATIONAL);
     if (!spec.asShotNeutral.empty()) b.addRationals(0, 50728, toRationals(spec.asShotNeutral, 10000));
     if (spec.baselineExposure) b.addRationals(0, 50730, toRationals({*spec.baselineExposure}, 100), SRATIONAL);
     if (spec.calibrationIlluminant1) b.addShorts(0, 50778, {*spec.calibrationIlluminant1});
@@ -459,6 +463,8 @@ TiffBuilder makeRawFrameBuilder(const RawFrameSpec& spec, const std::vector<uint
     if (!spec.linearizationTable.empty()) b.addShorts(raw, 50712, spec.linearizationTable);
     if (!spec.blackLevelRepeatDim.empty()) b.addShorts(raw, 50713, spec.blackLevelRepeatDim);
     if (!spec.blackLevel.empty()) addUint(b, raw, 50714, spec.blackLevel);
+    if (!spec.blackLevelDeltaH.empty()) b.addRationals(raw, 50715, toRationals(spec.blackLevelDeltaH, 10000), SRATIONAL);
+    if (!spec.blackLevelDeltaV.empty()) b.addRationals(raw, 50716, toRationals(spec.blackLevelDeltaV, 10000), SRATIONAL);
     if (!spec.whiteLevel.empty()) addUint(b, raw, 50717, spec.whiteLevel);
     if (!spec.defaultCropOrigin.empty()) b.addLongs(raw, 50719, spec.defaultCropOrigin);
     if (!spec.defaultCropSize.empty()) b.addLongs(raw, 50720, spec.defaultCropSize);

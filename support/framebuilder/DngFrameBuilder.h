@@ -170,6 +170,10 @@ struct RawFrameSpec {
     std::string uniqueCameraModel = "cinedng framebuilder";
     std::string dateTimeOriginal;
     std::vector<uint8_t> dngVersion = {1, 4, 0, 0};
+    std::vector<double> blackLevelDeltaH;                // SRATIONAL /10000, one per column; empty: omitted
+    std::vector<double> blackLevelDeltaV;                // SRATIONAL /10000, one per row; empty: omitted
+    std::vector<double> cameraCalibration1;              // SRATIONAL /10000; empty: omitted
+    std::vector<double> cameraCalibration2;
 };
 
 // Stored sample values width*height (row-major) for a spec: a deterministic ramp pattern within the

@@ -231,6 +231,9 @@ TEST(DNGTagsByteOrder, BigEndianTwinReadsTheSameRecord) {
     spec.frameRate = std::make_pair(24000, 1001);
     spec.imageNumber = 77;
     spec.dateTimeOriginal = "2024:01:02 03:04:05";
+    spec.blackLevelDeltaH.assign(40, 0.5);
+    spec.blackLevelDeltaV.assign(24, -0.25);
+    spec.cameraCalibration1 = {1.01, 0, 0, 0, 1, 0, 0, 0, 0.99};
     std::string dumps[2];
     int i = 0;
     for (ByteOrder order : {ByteOrder::II, ByteOrder::MM}) {
@@ -240,7 +243,7 @@ TEST(DNGTagsByteOrder, BigEndianTwinReadsTheSameRecord) {
         b.addShorts(raw, 34858, {static_cast<uint16_t>(-5)}, SSHORT);
         b.addRationals(raw, 37377, {{static_cast<uint32_t>(-7), 3}}, SRATIONAL);
         b.addFloats(raw, 51058, {2.8f});
-        b.addDoubles(raw, 50723, {1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0});
+        b.addDoubles(raw, 50724, {1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0});
         auto f = parse(b);
         cd_DNGTags t = readAll(f);
         EXPECT_EQ(t.byteOrder, order == ByteOrder::II ? 0x4949 : 0x4D4D);
@@ -252,6 +255,9 @@ TEST(DNGTagsByteOrder, BigEndianTwinReadsTheSameRecord) {
         EXPECT_EQ(t.shutterSpeedValue.at(0).n, -7);
         EXPECT_EQ(t.frameRate.n, 24000);
         EXPECT_EQ(t.frameRate.d, 1001);
+        EXPECT_EQ(t.blackLevelH, std::vector<float>(40, 0.5f));
+        EXPECT_EQ(t.blackLevelV, std::vector<float>(24, -0.25f));
+        EXPECT_FLOAT_EQ(t.cameraCalibration1.at(8), 0.99f);
         ++i;
     }
     EXPECT_EQ(dumps[0], dumps[1]);
