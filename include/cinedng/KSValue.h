@@ -69,6 +69,9 @@ public:
     // The elements of an array of numbers as floats (raises for a non-number element).
     std::vector<float> floatVector() const;
     std::vector<double> doubleVector() const;
+    // The descriptions of an array's elements joined by the separator ("0,1,1,2"); raises for
+    // other kinds.
+    std::string componentsJoinedByString(const std::string& separator) const;
 
     // Data: the byte object (raises "KSValue - not data" for other kinds).
     std::shared_ptr<KSData> dataValue() const;

@@ -176,6 +176,16 @@ std::vector<double> KSValue::doubleVector() const {
     return out;
 }
 
+std::string KSValue::componentsJoinedByString(const std::string& separator) const {
+    const KSArray& a = arrayValue();
+    std::string s;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (i) s += separator;
+        s += a[i] ? a[i]->description() : std::string("(null)");
+    }
+    return s;
+}
+
 std::shared_ptr<KSData> KSValue::dataValue() const {
     if (kind_ != Kind::Data) throw cd_exception("KSValue - not data");
     return data_;

@@ -165,6 +165,7 @@ TEST(KSMetadata, EntriesInTableOrderWithTheirKinds) {
         {"exposureTime", K::Array},        {"tStop", K::Array}};
     for (const auto& [key, kind] : kinds) EXPECT_EQ(d->objectForKey(key)->kind(), kind) << key;
     EXPECT_EQ(d->objectForKey("CFAPattern")->objectAtIndex(0)->kind(), K::UnsignedShort);
+    EXPECT_EQ(d->objectForKey("CFAPattern")->componentsJoinedByString(","), "0,1,1,2");
     EXPECT_EQ(d->objectForKey("stripOffsets")->objectAtIndex(0)->kind(), K::UnsignedLong);
     EXPECT_EQ(d->objectForKey("blackLevel")->objectAtIndex(0)->kind(), K::Float);
     EXPECT_EQ(d->objectForKey("frameRate")->stringValue(), "0/1");  // absent tag
