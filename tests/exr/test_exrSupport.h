@@ -10,6 +10,25 @@
 #include <string>
 #include <vector>
 
+#include "cinedng/cd_exception.h"
+
+// A failed CD_ASSERT stops the process (death test), or, in a build with CINEDNG_ASSERT_THROWS,
+// raises a cd_exception whose text is the condition.
+#ifdef CINEDNG_ASSERT_THROWS
+#define EXR_EXPECT_ASSERT(statement, regex)                                                          \
+    do {                                                                                             \
+        try {                                                                                        \
+            statement;                                                                               \
+            ADD_FAILURE() << "no assertion: " #statement;                                            \
+        } catch (const cinedng::cd_exception& e) {                                                   \
+            EXPECT_TRUE(::testing::internal::RE::PartialMatch(e.what(), ::testing::internal::RE(regex))) \
+                << e.what();                                                                         \
+        }                                                                                            \
+    } while (0)
+#else
+#define EXR_EXPECT_ASSERT(statement, regex) EXPECT_DEATH(statement, regex)
+#endif
+
 namespace exrtest {
 
 struct Attribute {
