@@ -206,47 +206,6 @@ TEST(ExrHeader, EmptyStringsAreSkippedButUuidIsAlwaysWritten) {
     EXPECT_EQ(sw->value, bytesOf({'x'}));
 }
 
-TEST(ExrHeader, ChannelListSizeFollowsTheNames) {
-    cd_writeOpenEXRattributes w;
-    std::vector<channelInfo> ch = {channelInfo("Y"), channelInfo("alpha")};
-    ch[1].pixelType = 2;
-    ch[1].pLinear = 1;
-    ch[1].xSampling = 2;
-    w.writeAttribute("channels", ch);
-    std::vector<unsigned char> b(w.StreamPosition());
-    w.copyToBuffer(reinterpret_cast<char*>(b.data()), b.size());
-    // header 9 + 7 + 4, value 1 + (1 + 17) + (5 + 17)
-    ASSERT_EQ(b.size(), 20u + 41u);
-    EXPECT_EQ(exrtest::le32(&b[16]), 41u);
-    const std::vector<unsigned char> alpha(b.begin() + 20 + 18, b.begin() + 20 + 40);
-    EXPECT_EQ(alpha, bytesOf({'a', 'l', 'p', 'h', 'a', 0, 2, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0}));
-    EXPECT_EQ(b.back(), 0);
-}
-
-TEST(ExrHeader, BasicTypesAreLittleEndianOfTheirOwnWidth) {
-    cd_writeOpenEXRattributes w;
-    w.writeBasicType('A');
-    w.writeBasicType(1.0);
-    w.writeBasicType(-2.0f);
-    w.writeBasicType(-2);
-    w.writeBasicType(0x01020304u);
-    w.writeBasicType(uint64_t{0x0102030405060708ull});
-    w.writeStringZ("ab");
-    w.writeStringNZ("cd");
-    w.writeAttribute("d", 0.5);
-    std::vector<unsigned char> b(w.StreamPosition());
-    w.copyToBuffer(reinterpret_cast<char*>(b.data()), b.size());
-    const std::vector<unsigned char> expected = bytesOf({'A',  0, 0, 0, 0, 0, 0, 0xF0, 0x3F,  // 1.0
-                                                         0, 0, 0, 0xC0,                       // -2.0f
-                                                         0xFE, 0xFF, 0xFF, 0xFF,              // -2
-                                                         4, 3, 2, 1,                          //
-                                                         8, 7, 6, 5, 4, 3, 2, 1,              //
-                                                         'a', 'b', 0, 'c', 'd',               //
-                                                         'd', 0, 'd', 'o', 'u', 'b', 'l', 'e', 0, 8, 0, 0, 0,
-                                                         0, 0, 0, 0, 0, 0, 0xE0, 0x3F});
-    EXPECT_EQ(b, expected);
-}
-
 TEST(ExrHeader, StreamRewindsOverwritesAndRefusesToCopyUnwrittenBytes) {
     cd_writeOpenEXRattributes w;
     EXPECT_EQ(w.StreamPosition(), 0u);
@@ -292,19 +251,4 @@ TEST(ExrHeader, PrintForms) {
     std::ostringstream f;
     f << full;
     EXPECT_NE(f.str().find("adoptedNeutral:(0.32168,0.33767)"), std::string::npos);
-}
-
-TEST(ExrHeader, DefaultsOfTheRecords) {
-    const openEXRHeaderInfo hi;
-    ASSERT_EQ(hi.channels.size(), 3u);
-    EXPECT_EQ(hi.channels[0].name, "R");
-    EXPECT_EQ(hi.channels[1].name, "G");
-    EXPECT_EQ(hi.channels[2].name, "B");
-    EXPECT_EQ(hi.imagenumber, 0u);
-    EXPECT_EQ(hi.framesPerSecond.n, 0);
-    EXPECT_EQ(hi.framesPerSecond.d, 1);
-    const MetaWriteClip clip;
-    EXPECT_EQ(clip.colorMatrixFromSourceRGBToOutputRGB.size(), 9u);
-    EXPECT_EQ(clip.colorMatrixFromSourceRGBToOutputRGB.sum(), 0.0f);
-    EXPECT_EQ(clip.headerInfo.uuid, "undefined");
 }
