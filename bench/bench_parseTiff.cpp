@@ -16,30 +16,30 @@ using namespace cinedng::framebuilder;
 namespace {
 
 std::vector<uint8_t> makeFrame(bool useSubIFD) {
-    RawFrameSpec spec;
-    spec.width = 4096;
-    spec.height = 2160;
-    spec.bits = 12;
-    spec.rowsPerStrip = 16;  // 135 strips: long offset and count vectors
-    spec.useSubIFD = useSubIFD;
-    spec.blackLevelRepeatDim = {2, 2};
-    spec.blackLevel = {256, 256, 256, 256};
-    spec.whiteLevel = {4095};
-    spec.activeArea = {0, 0, 2160, 4096};
-    spec.defaultCropOrigin = {8, 8};
-    spec.defaultCropSize = {4080, 2144};
-    spec.colorMatrix1 = {0.6461, -0.1164, -0.0857, -0.3825, 1.1597, 0.2534, -0.0416, 0.154, 0.6039};
-    spec.colorMatrix2 = {0.7, -0.2, -0.1, -0.4, 1.2, 0.2, -0.05, 0.2, 0.6};
-    spec.calibrationIlluminant1 = 17;
-    spec.calibrationIlluminant2 = 21;
-    spec.asShotNeutral = {0.5, 1.0, 0.7};
-    spec.baselineExposure = 0.25;
-    spec.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
-    spec.frameRate = std::make_pair(24000, 1001);
-    spec.imageNumber = 1;
-    spec.dateTimeOriginal = "2024:01:02 03:04:05";
+    RawFrameSpec desc;
+    desc.width = 4096;
+    desc.height = 2160;
+    desc.bits = 12;
+    desc.rowsPerStrip = 16;  // 135 strips: long offset and count vectors
+    desc.useSubIFD = useSubIFD;
+    desc.blackLevelRepeatDim = {2, 2};
+    desc.blackLevel = {256, 256, 256, 256};
+    desc.whiteLevel = {4095};
+    desc.activeArea = {0, 0, 2160, 4096};
+    desc.defaultCropOrigin = {8, 8};
+    desc.defaultCropSize = {4080, 2144};
+    desc.colorMatrix1 = {0.6461, -0.1164, -0.0857, -0.3825, 1.1597, 0.2534, -0.0416, 0.154, 0.6039};
+    desc.colorMatrix2 = {0.7, -0.2, -0.1, -0.4, 1.2, 0.2, -0.05, 0.2, 0.6};
+    desc.calibrationIlluminant1 = 17;
+    desc.calibrationIlluminant2 = 21;
+    desc.asShotNeutral = {0.5, 1.0, 0.7};
+    desc.baselineExposure = 0.25;
+    desc.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
+    desc.frameRate = std::make_pair(24000, 1001);
+    desc.imageNumber = 1;
+    desc.dateTimeOriginal = "2024:01:02 03:04:05";
     // Pixels do not matter to the tag reader: a zero raster keeps the set-up quick.
-    return buildRawFrame(spec, std::vector<uint32_t>(size_t{4096} * 2160, 0));
+    return buildRawFrame(desc, std::vector<uint32_t>(size_t{4096} * 2160, 0));
 }
 
 const std::vector<uint8_t>& frame(bool useSubIFD) {

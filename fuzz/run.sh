@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer target over the TIFF parser and the DNG tag reader with AddressSanitizer and
-# UndefinedBehaviorSanitizer, and runs it for ${FUZZ_SECONDS:-60} seconds. The sample frames are the
-# starting corpus (copied into build/fuzz/corpus, where the fuzzer also keeps the inputs it finds).
+# UndefinedBehaviorSanitizer, and runs it for ${FUZZ_SECONDS:-60} seconds. The sample frames and a few
+# frames made by the frame builder (big-endian, sub-IFDs, every field type) are the starting corpus
+# (in build/fuzz/corpus, where the fuzzer also keeps the inputs it finds).
 # A crash, a sanitizer report or a leak stops the run with a non-zero exit and leaves the input that
 # caused it in build/fuzz/artifacts/.
 set -euo pipefail
@@ -17,7 +18,7 @@ cmake -S . -B "$build" \
   -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" \
   -DCINEDNG_FUZZ=ON -DCINEDNG_TESTS=OFF -DCINEDNG_BENCH=OFF -DCINEDNG_ASSERT_THROWS=ON \
   -DCINEDNG_PARTS="core;tiff;exr" >/dev/null
-cmake --build "$build" -j"$(nproc)" --target fuzz_readAllTags
+cmake --build "$build" -j"$(nproc)" --target fuzz_readAllTags make_corpus
 
 corpus="$build/corpus"
 artifacts="$build/artifacts"
@@ -26,8 +27,9 @@ samples="$(pwd)/../shared/samples"
 if compgen -G "$samples/*.dng" >/dev/null; then
   cp -f "$samples"/*.dng "$corpus"/
 else
-  echo "fuzz/run.sh: no sample frames at $samples; starting from an empty corpus"
+  echo "fuzz/run.sh: no sample frames at $samples"
 fi
+"$build/fuzz/make_corpus" "$corpus"
 
 echo "== fuzz_readAllTags for ${seconds}s"
 "$build/fuzz/fuzz_readAllTags" \

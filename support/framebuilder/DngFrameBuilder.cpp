@@ -402,13 +402,13 @@ void addUint(TiffBuilder& b, int ifd, uint16_t tag, const std::vector<uint32_t>&
 }
 }  // namespace
 
-TiffBuilder makeRawFrameBuilder(const RawFrameSpec& spec, const std::vector<uint32_t>& samplesIn, int* rawIfdOut) {
-    TiffBuilder b(spec.byteOrder);
+TiffBuilder makeRawFrameBuilder(const RawFrameSpec& desc, const std::vector<uint32_t>& samplesIn, int* rawIfdOut) {
+    TiffBuilder b(desc.byteOrder);
     const std::vector<uint32_t> samples =
-        samplesIn.empty() ? makeTestRaster(spec.width, spec.height, spec.bits) : samplesIn;
+        samplesIn.empty() ? makeTestRaster(desc.width, desc.height, desc.bits) : samplesIn;
 
     int raw = 0;
-    if (spec.useSubIFD) {
+    if (desc.useSubIFD) {
         raw = b.addSubIFD(0);
         // IFD 0: a small 8-bit RGB thumbnail.
         const uint32_t tw = 16, th = 8;
@@ -426,61 +426,61 @@ TiffBuilder makeRawFrameBuilder(const RawFrameSpec& spec, const std::vector<uint
         b.addLongs(0, 278, {th});
     }
     // Tags that describe the clip live in IFD 0 in either layout.
-    if (!spec.make.empty()) b.addAscii(0, 271, spec.make);
-    if (!spec.model.empty()) b.addAscii(0, 272, spec.model);
+    if (!desc.make.empty()) b.addAscii(0, 271, desc.make);
+    if (!desc.model.empty()) b.addAscii(0, 272, desc.model);
     b.addShorts(0, 274, {1});
-    if (!spec.dateTimeOriginal.empty()) b.addAscii(0, 36867, spec.dateTimeOriginal);
-    if (spec.imageNumber) b.addLongs(0, 37393, {*spec.imageNumber});
-    if (!spec.dngVersion.empty()) b.addBytes(0, 50706, spec.dngVersion);
-    if (!spec.uniqueCameraModel.empty()) b.addAscii(0, 50708, spec.uniqueCameraModel);
-    if (!spec.colorMatrix1.empty()) b.addRationals(0, 50721, toRationals(spec.colorMatrix1, 10000), SRATIONAL);
-    if (!spec.colorMatrix2.empty()) b.addRationals(0, 50722, toRationals(spec.colorMatrix2, 10000), SRATIONAL);
-    if (!spec.cameraCalibration1.empty())
-        b.addRationals(0, 50723, toRationals(spec.cameraCalibration1, 10000), SRATIONAL);
-    if (!spec.cameraCalibration2.empty())
-        b.addRationals(0, 50724, toRationals(spec.cameraCalibration2, 10000), SRATIONAL);
-    if (!spec.asShotNeutral.empty()) b.addRationals(0, 50728, toRationals(spec.asShotNeutral, 10000));
-    if (spec.baselineExposure) b.addRationals(0, 50730, toRationals({*spec.baselineExposure}, 100), SRATIONAL);
-    if (spec.calibrationIlluminant1) b.addShorts(0, 50778, {*spec.calibrationIlluminant1});
-    if (spec.calibrationIlluminant2) b.addShorts(0, 50779, {*spec.calibrationIlluminant2});
-    if (!spec.timeCodes.empty()) b.addBytes(0, 51043, spec.timeCodes);
-    if (spec.frameRate)
+    if (!desc.dateTimeOriginal.empty()) b.addAscii(0, 36867, desc.dateTimeOriginal);
+    if (desc.imageNumber) b.addLongs(0, 37393, {*desc.imageNumber});
+    if (!desc.dngVersion.empty()) b.addBytes(0, 50706, desc.dngVersion);
+    if (!desc.uniqueCameraModel.empty()) b.addAscii(0, 50708, desc.uniqueCameraModel);
+    if (!desc.colorMatrix1.empty()) b.addRationals(0, 50721, toRationals(desc.colorMatrix1, 10000), SRATIONAL);
+    if (!desc.colorMatrix2.empty()) b.addRationals(0, 50722, toRationals(desc.colorMatrix2, 10000), SRATIONAL);
+    if (!desc.cameraCalibration1.empty())
+        b.addRationals(0, 50723, toRationals(desc.cameraCalibration1, 10000), SRATIONAL);
+    if (!desc.cameraCalibration2.empty())
+        b.addRationals(0, 50724, toRationals(desc.cameraCalibration2, 10000), SRATIONAL);
+    if (!desc.asShotNeutral.empty()) b.addRationals(0, 50728, toRationals(desc.asShotNeutral, 10000));
+    if (desc.baselineExposure) b.addRationals(0, 50730, toRationals({*desc.baselineExposure}, 100), SRATIONAL);
+    if (desc.calibrationIlluminant1) b.addShorts(0, 50778, {*desc.calibrationIlluminant1});
+    if (desc.calibrationIlluminant2) b.addShorts(0, 50779, {*desc.calibrationIlluminant2});
+    if (!desc.timeCodes.empty()) b.addBytes(0, 51043, desc.timeCodes);
+    if (desc.frameRate)
         b.addRationals(0, 51044,
-                       {{static_cast<uint32_t>(spec.frameRate->first), static_cast<uint32_t>(spec.frameRate->second)}},
+                       {{static_cast<uint32_t>(desc.frameRate->first), static_cast<uint32_t>(desc.frameRate->second)}},
                        SRATIONAL);
 
     // The raw image.
-    if (spec.writeNewSubFileType) b.addLongs(raw, 254, {0});
-    b.addLongs(raw, 256, {spec.width});
-    b.addLongs(raw, 257, {spec.height});
-    b.addShorts(raw, 258, {static_cast<uint16_t>(spec.bits)});
-    b.addShorts(raw, 259, {spec.compression});
-    b.addShorts(raw, 262, {spec.photometric});
+    if (desc.writeNewSubFileType) b.addLongs(raw, 254, {0});
+    b.addLongs(raw, 256, {desc.width});
+    b.addLongs(raw, 257, {desc.height});
+    b.addShorts(raw, 258, {static_cast<uint16_t>(desc.bits)});
+    b.addShorts(raw, 259, {desc.compression});
+    b.addShorts(raw, 262, {desc.photometric});
     b.addShorts(raw, 277, {1});
     b.addShorts(raw, 284, {1});
-    if (!spec.cfaRepeatPatternDim.empty()) b.addShorts(raw, 33421, spec.cfaRepeatPatternDim);
-    if (!spec.cfaPattern.empty()) b.addBytes(raw, 33422, spec.cfaPattern);
-    if (!spec.linearizationTable.empty()) b.addShorts(raw, 50712, spec.linearizationTable);
-    if (!spec.blackLevelRepeatDim.empty()) b.addShorts(raw, 50713, spec.blackLevelRepeatDim);
-    if (!spec.blackLevel.empty()) addUint(b, raw, 50714, spec.blackLevel);
-    if (!spec.blackLevelDeltaH.empty()) b.addRationals(raw, 50715, toRationals(spec.blackLevelDeltaH, 10000), SRATIONAL);
-    if (!spec.blackLevelDeltaV.empty()) b.addRationals(raw, 50716, toRationals(spec.blackLevelDeltaV, 10000), SRATIONAL);
-    if (!spec.whiteLevel.empty()) addUint(b, raw, 50717, spec.whiteLevel);
-    if (!spec.defaultCropOrigin.empty()) b.addLongs(raw, 50719, spec.defaultCropOrigin);
-    if (!spec.defaultCropSize.empty()) b.addLongs(raw, 50720, spec.defaultCropSize);
-    if (!spec.activeArea.empty()) b.addLongs(raw, 50829, spec.activeArea);
-    b.setImage(raw, samples, spec.width, spec.height, spec.bits, spec.rowsPerStrip, spec.writeRowsPerStrip);
+    if (!desc.cfaRepeatPatternDim.empty()) b.addShorts(raw, 33421, desc.cfaRepeatPatternDim);
+    if (!desc.cfaPattern.empty()) b.addBytes(raw, 33422, desc.cfaPattern);
+    if (!desc.linearizationTable.empty()) b.addShorts(raw, 50712, desc.linearizationTable);
+    if (!desc.blackLevelRepeatDim.empty()) b.addShorts(raw, 50713, desc.blackLevelRepeatDim);
+    if (!desc.blackLevel.empty()) addUint(b, raw, 50714, desc.blackLevel);
+    if (!desc.blackLevelDeltaH.empty()) b.addRationals(raw, 50715, toRationals(desc.blackLevelDeltaH, 10000), SRATIONAL);
+    if (!desc.blackLevelDeltaV.empty()) b.addRationals(raw, 50716, toRationals(desc.blackLevelDeltaV, 10000), SRATIONAL);
+    if (!desc.whiteLevel.empty()) addUint(b, raw, 50717, desc.whiteLevel);
+    if (!desc.defaultCropOrigin.empty()) b.addLongs(raw, 50719, desc.defaultCropOrigin);
+    if (!desc.defaultCropSize.empty()) b.addLongs(raw, 50720, desc.defaultCropSize);
+    if (!desc.activeArea.empty()) b.addLongs(raw, 50829, desc.activeArea);
+    b.setImage(raw, samples, desc.width, desc.height, desc.bits, desc.rowsPerStrip, desc.writeRowsPerStrip);
 
     if (rawIfdOut) *rawIfdOut = raw;
     return b;
 }
 
-std::vector<uint8_t> buildRawFrame(const RawFrameSpec& spec, const std::vector<uint32_t>& samples) {
-    return makeRawFrameBuilder(spec, samples).build();
+std::vector<uint8_t> buildRawFrame(const RawFrameSpec& desc, const std::vector<uint32_t>& samples) {
+    return makeRawFrameBuilder(desc, samples).build();
 }
 
-void writeRawFrame(const std::string& path, const RawFrameSpec& spec, const std::vector<uint32_t>& samples) {
-    makeRawFrameBuilder(spec, samples).writeFile(path);
+void writeRawFrame(const std::string& path, const RawFrameSpec& desc, const std::vector<uint32_t>& samples) {
+    makeRawFrameBuilder(desc, samples).writeFile(path);
 }
 
 }  // namespace cinedng::framebuilder

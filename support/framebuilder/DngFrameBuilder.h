@@ -176,14 +176,14 @@ struct RawFrameSpec {
     std::vector<double> cameraCalibration2;
 };
 
-// Stored sample values width*height (row-major) for a spec: a deterministic ramp pattern within the
+// Stored sample values width*height (row-major) for a frame: a deterministic ramp pattern within the
 // bit depth, handy when a test does not care about the pixels.
 std::vector<uint32_t> makeTestRaster(uint32_t width, uint32_t height, int bits, uint32_t salt = 0);
 
-// The builder for a spec and raster (raster empty: makeTestRaster). *rawIfd receives the index of
-// the IFD that holds the raw image, for adding tags before build().
-TiffBuilder makeRawFrameBuilder(const RawFrameSpec& spec, const std::vector<uint32_t>& samples, int* rawIfd = nullptr);
-std::vector<uint8_t> buildRawFrame(const RawFrameSpec& spec, const std::vector<uint32_t>& samples = {});
-void writeRawFrame(const std::string& path, const RawFrameSpec& spec, const std::vector<uint32_t>& samples = {});
+// The builder for a frame description and raster (raster empty: makeTestRaster). *rawIfd receives
+// the index of the IFD that holds the raw image, for adding tags before build().
+TiffBuilder makeRawFrameBuilder(const RawFrameSpec& desc, const std::vector<uint32_t>& samples, int* rawIfd = nullptr);
+std::vector<uint8_t> buildRawFrame(const RawFrameSpec& desc, const std::vector<uint32_t>& samples = {});
+void writeRawFrame(const std::string& path, const RawFrameSpec& desc, const std::vector<uint32_t>& samples = {});
 
 }  // namespace cinedng::framebuilder

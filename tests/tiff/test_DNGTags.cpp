@@ -174,11 +174,11 @@ TEST(DNGTagsFailures, CfaPatternReportAndStrictStrings) {
 }
 
 TEST(DNGTagsPerFrame, DynamicCoreAndStorageReReads) {
-    RawFrameSpec spec;
-    spec.imageNumber = 1234;
-    spec.dateTimeOriginal = "2024:01:02 03:04:05";
-    spec.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
-    auto first = parse(buildRawFrame(spec));
+    RawFrameSpec desc;
+    desc.imageNumber = 1234;
+    desc.dateTimeOriginal = "2024:01:02 03:04:05";
+    desc.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
+    auto first = parse(buildRawFrame(desc));
     cd_DNGTags t = readAll(first);
     EXPECT_EQ(t.imageNumber, 1234u);
     EXPECT_EQ(t.timeCodes.size(), 8u);
@@ -208,38 +208,38 @@ TEST(DNGTagsPerFrame, DynamicCoreAndStorageReReads) {
 }
 
 TEST(DNGTagsByteOrder, BigEndianTwinReadsTheSameRecord) {
-    RawFrameSpec spec;
-    spec.width = 40;
-    spec.height = 24;
-    spec.bits = 14;
-    spec.rowsPerStrip = 7;
-    spec.useSubIFD = true;
-    spec.blackLevelRepeatDim = {2, 2};
-    spec.blackLevel = {60, 64, 60, 64};
-    spec.whiteLevel = {70000};
-    spec.linearizationTable = {0, 10, 20, 30, 40};
-    spec.activeArea = {2, 4, 22, 38};
-    spec.defaultCropOrigin = {1, 1};
-    spec.defaultCropSize = {30, 18};
-    spec.colorMatrix1 = {0.6461, -0.1164, -0.0857, -0.3825, 1.1597, 0.2534, -0.0416, 0.154, 0.6039};
-    spec.colorMatrix2 = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    spec.calibrationIlluminant1 = 17;
-    spec.calibrationIlluminant2 = 21;
-    spec.asShotNeutral = {0.5, 1, 0.75};
-    spec.baselineExposure = -0.5;
-    spec.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
-    spec.frameRate = std::make_pair(24000, 1001);
-    spec.imageNumber = 77;
-    spec.dateTimeOriginal = "2024:01:02 03:04:05";
-    spec.blackLevelDeltaH.assign(40, 0.5);
-    spec.blackLevelDeltaV.assign(24, -0.25);
-    spec.cameraCalibration1 = {1.01, 0, 0, 0, 1, 0, 0, 0, 0.99};
+    RawFrameSpec desc;
+    desc.width = 40;
+    desc.height = 24;
+    desc.bits = 14;
+    desc.rowsPerStrip = 7;
+    desc.useSubIFD = true;
+    desc.blackLevelRepeatDim = {2, 2};
+    desc.blackLevel = {60, 64, 60, 64};
+    desc.whiteLevel = {70000};
+    desc.linearizationTable = {0, 10, 20, 30, 40};
+    desc.activeArea = {2, 4, 22, 38};
+    desc.defaultCropOrigin = {1, 1};
+    desc.defaultCropSize = {30, 18};
+    desc.colorMatrix1 = {0.6461, -0.1164, -0.0857, -0.3825, 1.1597, 0.2534, -0.0416, 0.154, 0.6039};
+    desc.colorMatrix2 = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    desc.calibrationIlluminant1 = 17;
+    desc.calibrationIlluminant2 = 21;
+    desc.asShotNeutral = {0.5, 1, 0.75};
+    desc.baselineExposure = -0.5;
+    desc.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
+    desc.frameRate = std::make_pair(24000, 1001);
+    desc.imageNumber = 77;
+    desc.dateTimeOriginal = "2024:01:02 03:04:05";
+    desc.blackLevelDeltaH.assign(40, 0.5);
+    desc.blackLevelDeltaV.assign(24, -0.25);
+    desc.cameraCalibration1 = {1.01, 0, 0, 0, 1, 0, 0, 0, 0.99};
     std::string dumps[2];
     int i = 0;
     for (ByteOrder order : {ByteOrder::II, ByteOrder::MM}) {
-        spec.byteOrder = order;
+        desc.byteOrder = order;
         int raw = 0;
-        TiffBuilder b = makeRawFrameBuilder(spec, {}, &raw);
+        TiffBuilder b = makeRawFrameBuilder(desc, {}, &raw);
         b.addShorts(raw, 34858, {static_cast<uint16_t>(-5)}, SSHORT);
         b.addRationals(raw, 37377, {{static_cast<uint32_t>(-7), 3}}, SRATIONAL);
         b.addFloats(raw, 51058, {2.8f});
@@ -266,12 +266,12 @@ TEST(DNGTagsByteOrder, BigEndianTwinReadsTheSameRecord) {
 // ---- dumps -------------------------------------------------------------------------------------------
 
 TEST(DNGTagsDump, ImportantTagsInOrderWithVectorAndTimeCodeLines) {
-    RawFrameSpec spec;
-    spec.linearizationTable.resize(25);
-    for (int i = 0; i < 25; ++i) spec.linearizationTable[static_cast<size_t>(i)] = static_cast<uint16_t>(i * 3);
-    spec.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
-    spec.frameRate = std::make_pair(25, 1);
-    auto f = parse(buildRawFrame(spec));
+    RawFrameSpec desc;
+    desc.linearizationTable.resize(25);
+    for (int i = 0; i < 25; ++i) desc.linearizationTable[static_cast<size_t>(i)] = static_cast<uint16_t>(i * 3);
+    desc.timeCodes = {0x15, 0x30, 0x20, 0x10, 0, 0, 0, 0};
+    desc.frameRate = std::make_pair(25, 1);
+    auto f = parse(buildRawFrame(desc));
     cd_DNGTags t = readAll(f);
     t.stripOffsets = {2468096};  // large integers print in floating-point notation
     std::ostringstream os;
@@ -304,9 +304,9 @@ TEST(DNGTagsDump, ImportantTagsInOrderWithVectorAndTimeCodeLines) {
 }
 
 TEST(DNGTagsDump, ImageSpecificTags) {
-    RawFrameSpec spec;
-    spec.imageNumber = 9;
-    auto f = parse(buildRawFrame(spec));
+    RawFrameSpec desc;
+    desc.imageNumber = 9;
+    auto f = parse(buildRawFrame(desc));
     cd_DNGTags t = readAll(f);
     std::ostringstream os;
     t.debugImageTags(os);

@@ -81,15 +81,15 @@ TEST(FrameBuilder, PacksEveryBitDepthMsbFirstWithByteAlignedRows) {
 }
 
 TEST(FrameBuilder, StripsWithShortLastStripAndSubIfdLayout) {
-    RawFrameSpec spec;
-    spec.width = 40;
-    spec.height = 37;
-    spec.bits = 14;
-    spec.rowsPerStrip = 16;
-    spec.useSubIFD = true;
-    spec.byteOrder = ByteOrder::MM;
-    const std::vector<uint32_t> r = makeTestRaster(spec.width, spec.height, spec.bits);
-    const std::vector<uint8_t> f = buildRawFrame(spec, r);
+    RawFrameSpec desc;
+    desc.width = 40;
+    desc.height = 37;
+    desc.bits = 14;
+    desc.rowsPerStrip = 16;
+    desc.useSubIFD = true;
+    desc.byteOrder = ByteOrder::MM;
+    const std::vector<uint32_t> r = makeTestRaster(desc.width, desc.height, desc.bits);
+    const std::vector<uint8_t> f = buildRawFrame(desc, r);
     cd_parseTiff p;
     testing::internal::CaptureStderr();
     ASSERT_EQ(p.configure(asChars(f), f.size()), 0);
@@ -99,12 +99,12 @@ TEST(FrameBuilder, StripsWithShortLastStripAndSubIfdLayout) {
     ASSERT_EQ(p.getTag(tiffTagCodes::StripOffsets, &offsets), 0);
     ASSERT_EQ(p.getTag(tiffTagCodes::StripByteCounts, &counts), 0);
     ASSERT_EQ(offsets.size(), 3u);
-    const uint64_t stride = TiffBuilder::rowBytes(spec.width, spec.bits);
+    const uint64_t stride = TiffBuilder::rowBytes(desc.width, desc.bits);
     EXPECT_EQ(counts[0], 16 * stride);
     EXPECT_EQ(counts[2], 5 * stride);
-    for (uint32_t y = 0; y < spec.height; ++y) {
+    for (uint32_t y = 0; y < desc.height; ++y) {
         const uint8_t* row = f.data() + offsets[y / 16] + (y % 16) * stride;
-        for (uint32_t x = 0; x < spec.width; ++x) ASSERT_EQ(unpackSample(row, x, spec.bits), r[y * spec.width + x]);
+        for (uint32_t x = 0; x < desc.width; ++x) ASSERT_EQ(unpackSample(row, x, desc.bits), r[y * desc.width + x]);
     }
 }
 
@@ -116,30 +116,30 @@ TEST(FrameBuilder, LibRawReadsBackThePackedRaster) {
             for (bool sub : {false, true}) {
                 SCOPED_TRACE(testing::Message() << bits << " bits, " << (order == ByteOrder::II ? "II" : "MM")
                                                 << (sub ? ", sub-IFD" : ", IFD 0"));
-                RawFrameSpec spec;
-                spec.width = 64;
-                spec.height = 40;
-                spec.bits = bits;
-                spec.byteOrder = order;
-                spec.useSubIFD = sub;
-                spec.rowsPerStrip = 7;
-                spec.whiteLevel = {(1u << bits) - 1};
-                spec.colorMatrix1 = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-                spec.calibrationIlluminant1 = 21;
-                spec.asShotNeutral = {1, 1, 1};
-                const std::vector<uint32_t> raster = makeTestRaster(spec.width, spec.height, bits, 3);
-                std::vector<uint8_t> frame = buildRawFrame(spec, raster);
+                RawFrameSpec desc;
+                desc.width = 64;
+                desc.height = 40;
+                desc.bits = bits;
+                desc.byteOrder = order;
+                desc.useSubIFD = sub;
+                desc.rowsPerStrip = 7;
+                desc.whiteLevel = {(1u << bits) - 1};
+                desc.colorMatrix1 = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+                desc.calibrationIlluminant1 = 21;
+                desc.asShotNeutral = {1, 1, 1};
+                const std::vector<uint32_t> raster = makeTestRaster(desc.width, desc.height, bits, 3);
+                std::vector<uint8_t> frame = buildRawFrame(desc, raster);
                 LibRaw lr;
                 ASSERT_EQ(lr.open_buffer(frame.data(), frame.size()), LIBRAW_SUCCESS);
                 ASSERT_EQ(lr.unpack(), LIBRAW_SUCCESS);
                 ASSERT_NE(lr.imgdata.rawdata.raw_image, nullptr);
-                ASSERT_EQ(lr.imgdata.sizes.raw_width, spec.width);
-                ASSERT_EQ(lr.imgdata.sizes.raw_height, spec.height);
+                ASSERT_EQ(lr.imgdata.sizes.raw_width, desc.width);
+                ASSERT_EQ(lr.imgdata.sizes.raw_height, desc.height);
                 const unsigned pitch = lr.imgdata.sizes.raw_pitch / 2;
                 int mismatches = 0;
-                for (uint32_t y = 0; y < spec.height; ++y)
-                    for (uint32_t x = 0; x < spec.width; ++x)
-                        mismatches += lr.imgdata.rawdata.raw_image[y * pitch + x] != raster[y * spec.width + x];
+                for (uint32_t y = 0; y < desc.height; ++y)
+                    for (uint32_t x = 0; x < desc.width; ++x)
+                        mismatches += lr.imgdata.rawdata.raw_image[y * pitch + x] != raster[y * desc.width + x];
                 EXPECT_EQ(mismatches, 0);
             }
 }
