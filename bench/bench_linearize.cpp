@@ -58,15 +58,15 @@ const Frame& frameFor(int bits) {
     Frame f;
     f.folder = frameDir();
     f.name = "frame_" + std::to_string(bits) + ".dng";
-    fb::RawFrameSpec spec;
-    spec.width = kCols;
-    spec.height = kRows;
-    spec.bits = bits;
-    spec.blackLevel = {kBlack};
-    spec.whiteLevel = {whiteOf(bits)};
-    spec.colorMatrix1 = {0.8, -0.2, -0.1, -0.4, 1.2, 0.2, -0.1, 0.2, 0.6};
-    spec.calibrationIlluminant1 = 21;
-    spec.asShotNeutral = {0.5, 1.0, 0.6};
+    fb::RawFrameSpec desc;
+    desc.width = kCols;
+    desc.height = kRows;
+    desc.bits = bits;
+    desc.blackLevel = {kBlack};
+    desc.whiteLevel = {whiteOf(bits)};
+    desc.colorMatrix1 = {0.8, -0.2, -0.1, -0.4, 1.2, 0.2, -0.1, 0.2, 0.6};
+    desc.calibrationIlluminant1 = 21;
+    desc.asShotNeutral = {0.5, 1.0, 0.6};
     std::vector<uint32_t> raster(static_cast<size_t>(kRows) * kCols);
     uint32_t noise = 12345;
     for (uint32_t y = 0; y < kRows; ++y)
@@ -75,7 +75,7 @@ const Frame& frameFor(int bits) {
             const uint32_t ramp = kBlack + (x * 3 + y * 5) % (whiteOf(bits) - kBlack);
             raster[static_cast<size_t>(y) * kCols + x] = std::min(whiteOf(bits), ramp + (noise >> 28));
         }
-    f.bytes = fb::buildRawFrame(spec, raster);
+    f.bytes = fb::buildRawFrame(desc, raster);
     std::FILE* out = std::fopen((f.folder + f.name).c_str(), "wb");
     std::fwrite(f.bytes.data(), 1, f.bytes.size(), out);
     std::fclose(out);

@@ -120,7 +120,7 @@ int cd_ClipConverter::convertClip() {
             std::fflush(nullptr);
             _exit(status | workerIndex);
         }
-        // The parent waits for every worker it started; their exit codes are not inspected.
+        // The parent waits for every worker it started; their exit codes are not examined.
         for (pid_t pid : children) {
             while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
             }

@@ -58,17 +58,17 @@ struct Clip {
     MetaConvertClip meta;
     std::vector<float> image;
 
-    Clip(const std::string& name, int frames, int threads, fb::RawFrameSpec spec = {}) {
+    Clip(const std::string& name, int frames, int threads, fb::RawFrameSpec desc = {}) {
         folder = fs::path(CINEDNG_BINARY_DIR) / "raw_test_clips" / name;
         fs::remove_all(folder);
         fs::create_directories(folder);
         for (int i = 0; i < frames; ++i) {
-            spec.imageNumber = static_cast<uint32_t>(i);
-            spec.make = std::string(1 + 100 * i, 'm');  // every frame a different size
+            desc.imageNumber = static_cast<uint32_t>(i);
+            desc.make = std::string(1 + 100 * i, 'm');  // every frame a different size
             char buf[32];
             std::snprintf(buf, sizeof buf, "frame_%03d.dng", i);
             names.push_back(buf);
-            fb::writeRawFrame((folder / buf).string(), spec, fb::makeTestRaster(spec.width, spec.height, spec.bits, i));
+            fb::writeRawFrame((folder / buf).string(), desc, fb::makeTestRaster(desc.width, desc.height, desc.bits, i));
         }
         tags = rawtest::tagsOf(rawtest::readFile((folder / names[0]).string()));
         loader.configure(folder.string() + "/", names);
@@ -167,10 +167,10 @@ TEST(ClipConverterHandles, CompleteBeforeReturningAndRefuseNullHandles) {
 
 TEST(ClipConverter, BenchmarkRunsRepeatTheLinearisation) {
     for (int runs : {0, 1, 3}) {
-        fb::RawFrameSpec spec;
-        spec.width = 20;
-        spec.height = 6;
-        Clip clip("runs" + std::to_string(runs), 1, 1, spec);
+        fb::RawFrameSpec desc;
+        desc.width = 20;
+        desc.height = 6;
+        Clip clip("runs" + std::to_string(runs), 1, 1, desc);
         clip.meta.benchmarkRuns = runs;
         clip.converter.configure(clip.meta, clip.tags, false);
         const uint64_t before = clip.linearizer.stats().bytesProcessed;
@@ -180,12 +180,12 @@ TEST(ClipConverter, BenchmarkRunsRepeatTheLinearisation) {
 }
 
 TEST(ClipConverter, ConvertsFramesFromFilesAndFromHostBuffers) {
-    fb::RawFrameSpec spec;
-    spec.width = 18;
-    spec.height = 7;
-    spec.bits = 14;
-    spec.dateTimeOriginal = "2020:01:02 03:04:05";
-    Clip clip("sources", 3, 1, spec);
+    fb::RawFrameSpec desc;
+    desc.width = 18;
+    desc.height = 7;
+    desc.bits = 14;
+    desc.dateTimeOriginal = "2020:01:02 03:04:05";
+    Clip clip("sources", 3, 1, desc);
     ASSERT_EQ(clip.converter.convertImage(2), 0);
     const auto raster = fb::makeTestRaster(18, 7, 14, 2);
     const double factor = static_cast<double>(1.0f / 16383.0f);
@@ -211,18 +211,18 @@ TEST(ClipConverter, ConvertsFramesFromFilesAndFromHostBuffers) {
 // A built frame with a linearisation table, a 2 x 2 black pattern and per-row and per-column
 // deltas: the values worked out from the rules.
 TEST(ClipConverter, TableBlackPatternAndDeltasFromAFrame) {
-    fb::RawFrameSpec spec;
-    spec.width = 6;
-    spec.height = 4;
-    spec.bits = 10;
-    spec.linearizationTable = {0, 4, 8, 12, 16, 20, 24, 28, 32, 36, 40, 1000};  // 12 entries
-    spec.blackLevelRepeatDim = {2, 2};
-    spec.blackLevel = {4, 8, 12, 16};
-    spec.whiteLevel = {1000};
+    fb::RawFrameSpec desc;
+    desc.width = 6;
+    desc.height = 4;
+    desc.bits = 10;
+    desc.linearizationTable = {0, 4, 8, 12, 16, 20, 24, 28, 32, 36, 40, 1000};  // 12 entries
+    desc.blackLevelRepeatDim = {2, 2};
+    desc.blackLevel = {4, 8, 12, 16};
+    desc.whiteLevel = {1000};
     int raw = 0;
     std::vector<uint32_t> raster(24);
     for (int i = 0; i < 24; ++i) raster[i] = static_cast<uint32_t>(i % 13);  // 12 -> last entry
-    auto b = fb::makeRawFrameBuilder(spec, raster, &raw);
+    auto b = fb::makeRawFrameBuilder(desc, raster, &raw);
     b.addRationals(raw, 50715, {{1, 2}, {0, 1}, {0xFFFFFFFFu, 1}, {0, 1}, {0, 1}, {3, 1}}, fb::SRATIONAL);
     b.addRationals(raw, 50716, {{0, 1}, {2, 1}, {0, 1}, {1, 4}}, fb::SRATIONAL);
     const auto frame = b.build();
@@ -256,7 +256,7 @@ TEST(ClipConverter, TableBlackPatternAndDeltasFromAFrame) {
     for (int r = 0; r < 4; ++r) {
         for (int c = 0; c < 6; ++c) {
             const uint32_t s = raster[r * 6 + c];
-            const double t = s < 12 ? spec.linearizationTable[s] : 1000;
+            const double t = s < 12 ? desc.linearizationTable[s] : 1000;
             double v = t - (static_cast<double>(dv[r]) + 0.0);
             v -= pat[(r % 2) * 2 + (c % 2)];
             v -= dh[c];
@@ -280,10 +280,10 @@ TEST(ClipConverterClip, ZeroFramesAreRefused) {
 
 // 25 frames with Threads 8: three worker processes, worker w converting frames w, w + 3, w + 6, ...
 TEST(ClipConverterClip, WorkerProcessesInterleaveTheFrames) {
-    fb::RawFrameSpec spec;
-    spec.width = 16;
-    spec.height = 4;
-    Clip clip("interleave", 25, 8, spec);
+    fb::RawFrameSpec desc;
+    desc.width = 16;
+    desc.height = 4;
+    Clip clip("interleave", 25, 8, desc);
     ASSERT_EQ(clip.meta.threads, 3);
 
     // The parent is worker 0: its loader reads exactly frames 0, 3, ..., 24.

@@ -297,7 +297,7 @@ TEST(LinearizeUnpack, BigEndianSixteenBitFrameMatchesItsLittleEndianTwin) {
     }
 }
 
-// The specialised decoders (widths 8, 10, 12, 14, 16 and the tabulated result) against the rules
+// The dedicated decoders (widths 8, 10, 12, 14, 16 and the tabulated result) against the rules
 // worked out independently, bit for bit, on random rows with and without every black-level feature.
 TEST(LinearizeUnpack, FastPathsAreBitIdenticalToTheRules) {
     std::mt19937 rng(99);

@@ -38,8 +38,8 @@ struct Located {
 }  // namespace
 
 TEST(LocateRowsConfigure, RefusesZeroCoreValues) {
-    fb::RawFrameSpec spec;
-    const auto good = rawtest::tagsOf(fb::buildRawFrame(spec));
+    fb::RawFrameSpec desc;
+    const auto good = rawtest::tagsOf(fb::buildRawFrame(desc));
     cd_locateRows loc;
     auto t = good; t.imageHeight = 0;
     EXPECT_EQ(failureOf([&] { loc.configure(t); }), "cd_locateRows - the DNG image dimensions are invalid.");
@@ -68,11 +68,11 @@ TEST(LocateRows, RefusesMissingBufferAndUnconfiguredLocator) {
 }
 
 TEST(LocateRows, SingleStripRowsLieAtEqualSteps) {
-    fb::RawFrameSpec spec;
-    spec.width = 40;
-    spec.height = 10;
-    spec.bits = 12;
-    Located l(fb::buildRawFrame(spec));
+    fb::RawFrameSpec desc;
+    desc.width = 40;
+    desc.height = 10;
+    desc.bits = 12;
+    Located l(fb::buildRawFrame(desc));
     ASSERT_EQ(l.locate(), 0);
     ASSERT_EQ(l.access.imageHeight, 10u);
     const size_t first = l.tags.stripOffsets[0];
@@ -81,12 +81,12 @@ TEST(LocateRows, SingleStripRowsLieAtEqualSteps) {
 }
 
 TEST(LocateRows, ShortLastStripUsesTheFirstStripsRowSize) {
-    fb::RawFrameSpec spec;
-    spec.width = 24;
-    spec.height = 37;  // strips of 16, 16, 5 rows
-    spec.bits = 14;
-    spec.rowsPerStrip = 16;
-    Located l(fb::buildRawFrame(spec));
+    fb::RawFrameSpec desc;
+    desc.width = 24;
+    desc.height = 37;  // strips of 16, 16, 5 rows
+    desc.bits = 14;
+    desc.rowsPerStrip = 16;
+    Located l(fb::buildRawFrame(desc));
     ASSERT_EQ(l.locate(), 0);
     ASSERT_EQ(l.tags.stripOffsets.size(), 3u);
     for (unsigned r = 0; r < 37; ++r)
@@ -94,27 +94,27 @@ TEST(LocateRows, ShortLastStripUsesTheFirstStripsRowSize) {
 }
 
 TEST(LocateRows, WithoutRowsPerStripOneStripHoldsEveryRow) {
-    fb::RawFrameSpec spec;
-    spec.width = 16;
-    spec.height = 6;
-    spec.writeRowsPerStrip = false;
-    Located l(fb::buildRawFrame(spec));
+    fb::RawFrameSpec desc;
+    desc.width = 16;
+    desc.height = 6;
+    desc.writeRowsPerStrip = false;
+    Located l(fb::buildRawFrame(desc));
     ASSERT_EQ(l.tags.rowsPerStrip, 0u);
     ASSERT_EQ(l.locate(), 0);
     EXPECT_EQ(l.offsetOf(5), l.tags.stripOffsets[0] + 5 * 24u);
 
-    spec.rowsPerStrip = 3;  // two strips, but no tag saying how many rows each holds
-    Located several(fb::buildRawFrame(spec));
+    desc.rowsPerStrip = 3;  // two strips, but no tag saying how many rows each holds
+    Located several(fb::buildRawFrame(desc));
     EXPECT_EQ(several.failure(), "cd_locateRows - DNG strip setup invalid");
 }
 
 TEST(LocateRows, TooFewStripRowsAreRefused) {
-    fb::RawFrameSpec spec;
-    spec.width = 16;
-    spec.height = 8;
-    spec.rowsPerStrip = 4;
+    fb::RawFrameSpec desc;
+    desc.width = 16;
+    desc.height = 8;
+    desc.rowsPerStrip = 4;
     int raw = 0;
-    auto b = fb::makeRawFrameBuilder(spec, {}, &raw);
+    auto b = fb::makeRawFrameBuilder(desc, {}, &raw);
     b.removeTag(raw, 278);
     b.addLongs(raw, 278, {3});  // 3 x 2 strips = 6 < 8 rows
     Located l(b.build());
@@ -122,12 +122,12 @@ TEST(LocateRows, TooFewStripRowsAreRefused) {
 }
 
 TEST(LocateRows, RowOffsetsOverlappingTheHeaderOrPastTheEndAreRefused) {
-    fb::RawFrameSpec spec;
-    spec.width = 8;
-    spec.height = 4;
-    spec.bits = 8;
+    fb::RawFrameSpec desc;
+    desc.width = 8;
+    desc.height = 4;
+    desc.bits = 8;
     int raw = 0;
-    auto b = fb::makeRawFrameBuilder(spec, {}, &raw);
+    auto b = fb::makeRawFrameBuilder(desc, {}, &raw);
     b.removeTag(raw, 273);
     b.addLongs(raw, 273, {4});
     Located l(b.build());
@@ -135,7 +135,7 @@ TEST(LocateRows, RowOffsetsOverlappingTheHeaderOrPastTheEndAreRefused) {
 
     // The strip placed at the very end: the last row may end one byte past the buffer, not two.
     for (int past : {1, 2}) {
-        auto b2 = fb::makeRawFrameBuilder(spec, {}, &raw);
+        auto b2 = fb::makeRawFrameBuilder(desc, {}, &raw);
         std::vector<uint8_t> frame = b2.build();
         b2.removeTag(raw, 273);
         const uint32_t stripAt = static_cast<uint32_t>(frame.size()) - 32 + past;
@@ -153,35 +153,35 @@ TEST(LocateRows, RowOffsetsOverlappingTheHeaderOrPastTheEndAreRefused) {
 }
 
 TEST(LocateRows, FrameWithADifferentCoreLayoutIsRefused) {
-    fb::RawFrameSpec spec;
-    Located l(fb::buildRawFrame(spec));
+    fb::RawFrameSpec desc;
+    Located l(fb::buildRawFrame(desc));
     auto refusal = [&](fb::RawFrameSpec other) {
         auto frame = fb::buildRawFrame(other);
         return failureOf([&] {
             l.locator.locateRows(reinterpret_cast<const char*>(frame.data()), frame.size(), l.access, l.meta);
         });
     };
-    auto s = spec; s.bits = 14;
+    auto s = desc; s.bits = 14;
     EXPECT_EQ(refusal(s), "cd_locateRows - bitsPerSample <= 0");
-    s = spec; s.height = spec.height + 2;
+    s = desc; s.height = desc.height + 2;
     EXPECT_EQ(refusal(s), "cd_locateRows - image height invalid");
-    s = spec; s.width = spec.width - 2;
+    s = desc; s.width = desc.width - 2;
     EXPECT_EQ(refusal(s), "cd_locateRows - image width invalid");
-    s = spec; s.compression = 7;
+    s = desc; s.compression = 7;
     EXPECT_EQ(refusal(s), "cd_locateRows - illegal compression");
-    s = spec; s.photometric = 34892;
+    s = desc; s.photometric = 34892;
     EXPECT_EQ(refusal(s), "cd_locateRows - illegal photometric");
-    s = spec; s.byteOrder = fb::ByteOrder::MM;
+    s = desc; s.byteOrder = fb::ByteOrder::MM;
     EXPECT_EQ(refusal(s), "cd_locateRows - illegal byteOrder");
-    EXPECT_EQ(refusal(spec), "(no failure)");
+    EXPECT_EQ(refusal(desc), "(no failure)");
 }
 
 TEST(LocateRows, DynamicMetadataFollowsEachFrameAndKeepsTheLastTimeCode) {
-    fb::RawFrameSpec spec;
-    spec.imageNumber = 41;
-    spec.dateTimeOriginal = "2024:05:06 07:08:09";
-    spec.timeCodes = {0x12, 0x34, 0x56, 0x01, 0, 0, 0, 0, 0x99, 0x99, 0x99, 0x09, 0, 0, 0, 0};
-    Located l(fb::buildRawFrame(spec));
+    fb::RawFrameSpec desc;
+    desc.imageNumber = 41;
+    desc.dateTimeOriginal = "2024:05:06 07:08:09";
+    desc.timeCodes = {0x12, 0x34, 0x56, 0x01, 0, 0, 0, 0, 0x99, 0x99, 0x99, 0x09, 0, 0, 0, 0};
+    Located l(fb::buildRawFrame(desc));
     ASSERT_EQ(l.locate(), 0);
     EXPECT_EQ(l.meta.imageNumber, 41u);
     EXPECT_EQ(l.meta.dateTimeOriginal, "2024:05:06 07:08:09");
@@ -205,17 +205,17 @@ TEST(LocateRows, SyntheticFramesOfEveryWidthDecodeToTheirValues) {
         for (auto order : {fb::ByteOrder::II, fb::ByteOrder::MM}) {
             for (uint32_t rowsPerStrip : {0u, 5u}) {
                 for (bool subIfd : {false, true}) {
-                    fb::RawFrameSpec spec;
-                    spec.width = 29;
-                    spec.height = 13;
-                    spec.bits = bits;
-                    spec.byteOrder = order;
-                    spec.rowsPerStrip = rowsPerStrip;
-                    spec.useSubIFD = subIfd;
-                    spec.activeArea = {2, 3, 12, 28};  // top 2, left 3 (odd), 10 x 25
-                    spec.whiteLevel = {(1u << bits) - 1};
-                    const auto raster = fb::makeTestRaster(spec.width, spec.height, bits, bits * 7 + rowsPerStrip);
-                    Located l(fb::buildRawFrame(spec, raster));
+                    fb::RawFrameSpec desc;
+                    desc.width = 29;
+                    desc.height = 13;
+                    desc.bits = bits;
+                    desc.byteOrder = order;
+                    desc.rowsPerStrip = rowsPerStrip;
+                    desc.useSubIFD = subIfd;
+                    desc.activeArea = {2, 3, 12, 28};  // top 2, left 3 (odd), 10 x 25
+                    desc.whiteLevel = {(1u << bits) - 1};
+                    const auto raster = fb::makeTestRaster(desc.width, desc.height, bits, bits * 7 + rowsPerStrip);
+                    Located l(fb::buildRawFrame(desc, raster));
                     ASSERT_EQ(l.locate(), 0);
                     std::vector<float> out(10 * 25);
                     linearParams p;
