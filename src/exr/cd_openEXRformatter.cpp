@@ -52,11 +52,11 @@ inline uint16_t toFileOrder(uint16_t h) {
 constexpr std::size_t kBlock = 128;
 
 // One block of at most kBlock pixels. The matrix pass deinterleaves into three float planes, the
-// half passes then run over contiguous data; both vectorise. Built twice, for AVX2 and for the
-// baseline instruction set, and chosen at load time. No FMA: the products and sums are rounded
-// exactly as written, so every build gives the same bits.
+// half passes then run over contiguous data; both vectorise. Built for AVX-512, AVX2 and the
+// baseline instruction set, chosen at load time. None of them uses FMA: the products and sums are
+// rounded exactly as written, so every build gives the same bits.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-__attribute__((target_clones("avx2", "default")))
+__attribute__((target_clones("avx512f", "avx2", "default")))
 #endif
 void convertBlock(const float* __restrict rgb, const float* __restrict m, std::size_t n,
                   unsigned char* __restrict b, unsigned char* __restrict g, unsigned char* __restrict r) {
