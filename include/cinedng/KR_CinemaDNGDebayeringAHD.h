@@ -30,10 +30,15 @@ inline float clamp(float v) {
 }
 
 // The middle one of three values: a + b + c - max - min, the extremes taken in double precision.
+// (Any NaN makes the sum NaN, and the sign of a zero extreme never changes the result, so plain
+// comparisons give the same bits as fmax/fmin here, and they vectorise.)
 inline float medianOf3(float a, float b, float c) {
     const float sum = a + b + c;
-    return static_cast<float>(static_cast<double>(sum) - std::fmax(static_cast<double>(c), std::fmax(a, b)) -
-                              std::fmin(static_cast<double>(c), std::fmin(a, b)));
+    const float mxab = a > b ? a : b;
+    const float mnab = a < b ? a : b;
+    const double mx = c > mxab ? c : mxab;
+    const double mn = c < mnab ? c : mnab;
+    return static_cast<float>(static_cast<double>(sum) - mx - mn);
 }
 
 // Colour of photosite (x, y) in a layout: 0 red, 1 green, 2 blue. Layouts other than 0, 1, 2 are

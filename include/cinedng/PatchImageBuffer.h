@@ -30,6 +30,11 @@ PatchImageBuffer* allocPatchImageBuffer();
 // Frees the sample buffer and then the record itself (both from malloc). Null is ignored.
 void freePatchImageBuffer(PatchImageBuffer* image);
 
+// A zero-filled buffer of `count` floats from the system allocator (release it with free()). Large
+// buffers are advised to the kernel for huge pages, which makes first touches far cheaper. Null
+// when the allocation fails.
+float* allocPatchSamples(size_t count);
+
 // Number of samples width * height * numChannels, 0 when any of them is not positive.
 size_t patchImageSampleCount(const PatchImageBuffer& image);
 

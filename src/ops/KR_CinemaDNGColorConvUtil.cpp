@@ -44,7 +44,7 @@ PatchImageBuffer* KR_CinemaDNGColorConvUtil::applyColorConvMatrix(const KSValueP
     float m[9];
     for (int i = 0; i < 9; ++i) m[i] = matrix->objectAtIndex(i)->floatValue();
 
-    float* dst = static_cast<float*>(std::malloc((pixels ? pixels * 4 : 1) * sizeof(float)));
+    float* dst = allocPatchSamples(pixels * 4);
     if (!dst) {
         freePatchImageBuffer(out);
         KSLog("KR_CinemaDNGColorConvUtil - out of memory");

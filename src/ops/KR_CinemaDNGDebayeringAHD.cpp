@@ -96,9 +96,9 @@ inline bool roundingStable(double v, double bound) {
 }
 
 float* allocFloats(size_t count) {
-    void* p = std::calloc(count ? count : 1, sizeof(float));
+    float* p = allocPatchSamples(count);
     if (!p) throw cd_exception("KR_CinemaDNGDebayeringAHD - out of memory");
-    return static_cast<float*>(p);
+    return p;
 }
 
 struct Region {
@@ -143,94 +143,101 @@ float vertGreenInterpolationForBlueCenterPixel(int x, int y, const float* mosaic
     return vertGreenInterpolationForRedOrBlueCenterPixel(x, y, mosaic, info, 0);
 }
 
-// ---- stage 1 -------------------------------------------------------------------------------------
+// ---- row-range workers ---------------------------------------------------------------------------
+//
+// Each stage is written for a range of rows so that the operation can run the stages interleaved,
+// a band of rows at a time; the exported stage functions run them over the whole region. PS is the
+// pixel stride of the candidate buffer (3 for the RGB candidates, 4 when a candidate is built
+// directly in the RGBA result).
 
 namespace {
 
-// Red and blue of one candidate K from its greens. Red and blue sites take the missing colour from
-// the four diagonals; green sites use their parity only (x or y even: red along the row, blue along
-// the column; both odd: the other way round).
-void interpolateRedBlue(const float* mosaic, float* K, const debayerAHD_Info& info, const Region& r) {
+// Stage 1, pass 1, rows ya..yb: green of the chosen candidates, and a red or blue site's sample in
+// its own channel.
+template <int PS, bool DoH, bool DoV>
+void greenRows(const float* mosaic, float* rgbH, float* rgbV, const debayerAHD_Info& info, const Region& r, int ya,
+               int yb) {
     const long W = info.width;
-    for (int y = r.y0; y <= r.y1; ++y) {
+    for (int y = std::max(ya, r.y0); y <= std::min(yb, r.y1); ++y) {
         const float* s = mosaic + y * W;
-        const float* g = K + y * W * 3 + 1;  // green of row y, 3 floats per pixel
-        float* k = K + y * W * 3;
+        float* h = rgbH + y * W * PS;
+        float* v = rgbV + y * W * PS;
         const int cEven = debayerSiteColor(0, y, info.bayerPattern);
         const int cOdd = debayerSiteColor(1, y, info.bayerPattern);
-        const bool yEven = (y & 1) == 0;
-        for (int x = r.x0; x <= r.x1; ++x) {
-            const int c = (x & 1) ? cOdd : cEven;
-            if (c != 1) {
-                const float diag = s[x - 1 - W] + s[x + 1 - W] + s[x - 1 + W] + s[x + 1 + W];
-                const float gd = 4.0f * g[3 * x] - g[3 * (x - 1 - W)] - g[3 * (x + 1 - W)] - g[3 * (x - 1 + W)] -
-                                 g[3 * (x + 1 + W)];
-                k[3 * x + (c == 0 ? 2 : 0)] = clamp(0.25f * diag + 0.25f * gd);
-            } else {
-                const float alongRow = clamp(0.5f * (s[x - 1] + s[x + 1]) +
-                                             0.5f * (2.0f * s[x] - g[3 * (x - 1)] - g[3 * (x + 1)]));
-                const float alongCol = clamp(0.5f * (s[x - W] + s[x + W]) +
-                                             0.5f * (2.0f * s[x] - g[3 * (x - W)] - g[3 * (x + W)]));
-                if (yEven || (x & 1) == 0) {
-                    k[3 * x] = alongRow;
-                    k[3 * x + 2] = alongCol;
-                } else {
-                    k[3 * x] = alongCol;
-                    k[3 * x + 2] = alongRow;
+        for (int parity = 0; parity < 2; ++parity) {
+            const int c = parity ? cOdd : cEven;
+            const int xs = r.x0 + ((r.x0 & 1) != parity);
+            if (c == 1) {
+                for (int x = xs; x <= r.x1; x += 2) {
+                    if (DoH) h[PS * x + 1] = s[x];
+                    if (DoV) v[PS * x + 1] = s[x];
+                }
+                continue;
+            }
+            for (int x = xs; x <= r.x1; x += 2) {
+                if (DoH) {
+                    const float gh = std::max(0.0f, (s[x - 1] + s[x + 1]) / 2.0f + (2.0f * s[x] - s[x - 2] - s[x + 2]) / 4.0f);
+                    h[PS * x + 1] = clamp(medianOf3(s[x - 1], gh, s[x + 1]));
+                    h[PS * x + c] = s[x];
+                }
+                if (DoV) {
+                    const float gv = std::max(0.0f, (s[x - W] + s[x + W]) / 2.0f +
+                                                        (2.0f * s[x] - s[x - 2 * W] - s[x + 2 * W]) / 4.0f);
+                    v[PS * x + 1] = clamp(medianOf3(s[x - W], gv, s[x + W]));
+                    v[PS * x + c] = s[x];
                 }
             }
         }
     }
 }
 
-}  // namespace
-
-void debayerAHD_InterpolateRGB(const float* mosaic, float* rgbH, float* rgbV, const debayerAHD_Info& info) {
-    CD_ASSERT(info.stride == 1);
-    const Region r = ahdRegion(info);
-    if (r.empty()) return;
+// Stage 1, pass 2, rows ya..yb: red and blue of one candidate K from its greens (rows y-1..y+1 of K
+// must hold their greens). Red and blue sites take the missing colour from the four diagonals;
+// green sites use their parity only (x or y even: red along the row, blue along the column; both
+// odd: the other way round).
+template <int PS>
+void redBlueRows(const float* mosaic, float* K, const debayerAHD_Info& info, const Region& r, int ya, int yb) {
     const long W = info.width;
-    // Pass 1: green of both candidates; the site's own sample in its channel.
-    for (int y = r.y0; y <= r.y1; ++y) {
+    for (int y = std::max(ya, r.y0); y <= std::min(yb, r.y1); ++y) {
         const float* s = mosaic + y * W;
-        float* h = rgbH + y * W * 3;
-        float* v = rgbV + y * W * 3;
+        const float* g = K + y * W * PS + 1;  // green of row y
+        float* k = K + y * W * PS;
         const int cEven = debayerSiteColor(0, y, info.bayerPattern);
         const int cOdd = debayerSiteColor(1, y, info.bayerPattern);
-        for (int x = r.x0; x <= r.x1; ++x) {
-            const int c = (x & 1) ? cOdd : cEven;
-            if (c == 1) {
-                h[3 * x + 1] = s[x];
-                v[3 * x + 1] = s[x];
-            } else {
-                const float gh = std::max(0.0f, (s[x - 1] + s[x + 1]) / 2.0f +
-                                                    (2.0f * s[x] - s[x - 2] - s[x + 2]) / 4.0f);
-                const float gv = std::max(0.0f, (s[x - W] + s[x + W]) / 2.0f +
-                                                    (2.0f * s[x] - s[x - 2 * W] - s[x + 2 * W]) / 4.0f);
-                h[3 * x + 1] = clamp(medianOf3(s[x - 1], gh, s[x + 1]));
-                v[3 * x + 1] = clamp(medianOf3(s[x - W], gv, s[x + W]));
-                h[3 * x + c] = s[x];
-                v[3 * x + c] = s[x];
+        const bool yEven = (y & 1) == 0;
+        for (int parity = 0; parity < 2; ++parity) {
+            const int c = parity ? cOdd : cEven;
+            const int xs = r.x0 + ((r.x0 & 1) != parity);
+            if (c != 1) {
+                const int t = c == 0 ? 2 : 0;
+                for (int x = xs; x <= r.x1; x += 2) {
+                    const float diag = s[x - 1 - W] + s[x + 1 - W] + s[x - 1 + W] + s[x + 1 + W];
+                    const float gd = 4.0f * g[PS * x] - g[PS * (x - 1 - W)] - g[PS * (x + 1 - W)] -
+                                     g[PS * (x - 1 + W)] - g[PS * (x + 1 + W)];
+                    k[PS * x + t] = clamp(0.25f * diag + 0.25f * gd);
+                }
+                continue;
+            }
+            const bool rowGivesRed = yEven || parity == 0;
+            for (int x = xs; x <= r.x1; x += 2) {
+                const float alongRow =
+                    clamp(0.5f * (s[x - 1] + s[x + 1]) + 0.5f * (2.0f * s[x] - g[PS * (x - 1)] - g[PS * (x + 1)]));
+                const float alongCol =
+                    clamp(0.5f * (s[x - W] + s[x + W]) + 0.5f * (2.0f * s[x] - g[PS * (x - W)] - g[PS * (x + W)]));
+                k[PS * x] = rowGivesRed ? alongRow : alongCol;
+                k[PS * x + 2] = rowGivesRed ? alongCol : alongRow;
             }
         }
     }
-    // Pass 2: red and blue of each candidate from its own greens.
-    interpolateRedBlue(mosaic, rgbH, info, r);
-    interpolateRedBlue(mosaic, rgbV, info, r);
 }
 
-// ---- stage 2 -------------------------------------------------------------------------------------
-
-float* debayerAHD_RGBtoLAB(const float* rgb, const debayerAHD_Info& info) {
-    const size_t n = static_cast<size_t>(std::max(info.width, 0)) * static_cast<size_t>(std::max(info.height, 0));
-    float* lab = allocFloats(n * 3);
-    const Region r = ahdRegion(info);
-    if (r.empty()) return lab;
+// Stage 2, rows ya..yb of one candidate.
+void labRows(const float* rgb, float* lab, const debayerAHD_Info& info, const Region& r, const CubeRootTable& table,
+             int ya, int yb) {
     const float* m = info.camToXYZ;
-    const CubeRootTable table;
     const double E = CubeRootTable::kRelError;
     const long W = info.width;
-    for (int y = r.y0; y <= r.y1; ++y) {
+    for (int y = std::max(ya, r.y0); y <= std::min(yb, r.y1); ++y) {
         const float* p = rgb + y * W * 3;
         float* o = lab + y * W * 3;
         for (int x = r.x0; x <= r.x1; ++x) {
@@ -238,15 +245,14 @@ float* debayerAHD_RGBtoLAB(const float* rgb, const debayerAHD_Info& info) {
             const float X = m[0] * R + m[1] * G + m[2] * B;
             const float Y = m[3] * R + m[4] * G + m[5] * B;
             const float Z = m[6] * R + m[7] * G + m[8] * B;
-            const float tx = X / kXn, ty = Y / kYn, tz = Z / kZn;
+            const float t[3] = {X / kXn, Y / kYn, Z / kZn};
             // Each f with its error bound (0 where it is computed exactly).
-            double f[3], err[3];
-            const float t[3] = {tx, ty, tz};
+            double f[3] = {0.0, 0.0, 0.0}, err[3];
             bool ok = true;
             for (int i = 0; i < 3; ++i) {
                 const double td = t[i];
                 if (td > kLabEpsilon) {
-                    ok = ok && table.fast(t[i], f[i]);
+                    ok = table.fast(t[i], f[i]) && ok;
                     err[i] = std::fabs(f[i]) * E;
                 } else {
                     f[i] = (kLabKappa * td + 16.0) / 116.0;
@@ -264,7 +270,7 @@ float* debayerAHD_RGBtoLAB(const float* rgb, const debayerAHD_Info& info) {
                 ok = roundingStable(L, bL) && roundingStable(a, ba) && roundingStable(b, bb);
             }
             if (!ok) {
-                const double fx = labF(tx), fy = labF(ty), fz = labF(tz);
+                const double fx = labF(t[0]), fy = labF(t[1]), fz = labF(t[2]);
                 L = 116.0 * fy - 16.0;
                 a = 500.0 * (fx - fy);
                 b = 200.0 * (fy - fz);
@@ -274,31 +280,13 @@ float* debayerAHD_RGBtoLAB(const float* rgb, const debayerAHD_Info& info) {
             o[3 * x + 2] = static_cast<float>(b);
         }
     }
-    return lab;
 }
 
-// ---- stage 3 -------------------------------------------------------------------------------------
-
-float* debayerAHD_ComputeHomogeneityMapsAndFinalize(const float* labH, const float* labV, const debayerAHD_Info& info,
-                                                    const float* rgbH, const float* rgbV) {
-    const size_t n = static_cast<size_t>(std::max(info.width, 0)) * static_cast<size_t>(std::max(info.height, 0));
-    float* out = allocFloats(n * 4);
-    const Region r = ahdRegion(info);
-    if (r.empty()) return out;
-    float* homH = nullptr;
-    float* homV = nullptr;
-    try {
-        homH = allocFloats(n);
-        homV = allocFloats(n);
-    } catch (...) {
-        std::free(homH);
-        std::free(out);
-        throw;
-    }
+// Stage 3, pass 1, rows ya..yb: homogeneity counts.
+void countRows(const float* labH, const float* labV, float* homH, float* homV, const debayerAHD_Info& info,
+               const Region& r, int ya, int yb) {
     const long W = info.width;
-
-    // Pass 1: homogeneity counts.
-    for (int y = r.y0; y <= r.y1; ++y) {
+    for (int y = std::max(ya, r.y0); y <= std::min(yb, r.y1); ++y) {
         for (int x = r.x0; x <= r.x1; ++x) {
             const long i = y * W + x;
             const long nb[4] = {i - 1, i + 1, i - W, i + W};  // left, right, up, down
@@ -324,46 +312,94 @@ float* debayerAHD_ComputeHomogeneityMapsAndFinalize(const float* labH, const flo
             homV[i] = static_cast<float>(v);
         }
     }
+}
 
-    // Pass 2, raster order: each map cell becomes the sum of its 3x3 block, written in place (the
-    // cells above and to the left are already sums). All terms are non-negative, so once a sum
-    // reaches infinity every later cell of the row is infinite too, which is filled directly.
+// Stage 3, pass 2, row y: each map cell becomes the sum of its 3x3 block, written in place (the
+// cells above and to the left are already sums). All terms are non-negative, so once a sum is
+// infinite every later cell of the row is infinite too, which is filled directly.
+void accumulateRow(float* map, const debayerAHD_Info& info, const Region& r, int y) {
     const float inf = std::numeric_limits<float>::infinity();
-    auto accumulateRow = [&](float* map, int y) {
-        float* row = map + y * W;
-        for (int x = r.x0; x <= r.x1; ++x) {
-            if (row[x - 1] == inf) {
-                for (int xx = x; xx <= r.x1; ++xx) row[xx] = inf;
-                return;
-            }
-            const float* c = row + x;
-            float sum = c[-W - 1];
-            sum += c[-W];
-            sum += c[-W + 1];
-            sum += c[-1];
-            sum += c[0];
-            sum += c[1];
-            sum += c[W - 1];
-            sum += c[W];
-            sum += c[W + 1];
-            row[x] = sum;
+    const long W = info.width;
+    float* row = map + y * W;
+    for (int x = r.x0; x <= r.x1; ++x) {
+        if (row[x - 1] == inf) {
+            for (int xx = x; xx <= r.x1; ++xx) row[xx] = inf;
+            return;
         }
-    };
+        const float* c = row + x;
+        float sum = c[-W - 1];
+        sum += c[-W];
+        sum += c[-W + 1];
+        sum += c[-1];
+        sum += c[0];
+        sum += c[1];
+        sum += c[W - 1];
+        sum += c[W];
+        sum += c[W + 1];
+        row[x] = sum;
+    }
+}
+
+// Output row y from the summed maps: H where its sum is greater, else V; alpha 1.
+void selectRow(const float* homH, const float* homV, const float* rgbH, const float* rgbV, float* out,
+               const debayerAHD_Info& info, const Region& r, int y) {
+    const long W = info.width;
+    const float* hh = homH + y * W;
+    const float* hv = homV + y * W;
+    const float* pH = rgbH + y * W * 3;
+    const float* pV = rgbV + y * W * 3;
+    float* o = out + y * W * 4;
+    for (int x = r.x0; x <= r.x1; ++x) {
+        const float* src = hh[x] > hv[x] ? pH + 3 * x : pV + 3 * x;
+        o[4 * x] = src[0];
+        o[4 * x + 1] = src[1];
+        o[4 * x + 2] = src[2];
+        o[4 * x + 3] = 1.0f;
+    }
+}
+
+}  // namespace
+
+// ---- exported stages -----------------------------------------------------------------------------
+
+void debayerAHD_InterpolateRGB(const float* mosaic, float* rgbH, float* rgbV, const debayerAHD_Info& info) {
+    CD_ASSERT(info.stride == 1);
+    const Region r = ahdRegion(info);
+    if (r.empty()) return;
+    greenRows<3, true, true>(mosaic, rgbH, rgbV, info, r, r.y0, r.y1);
+    redBlueRows<3>(mosaic, rgbH, info, r, r.y0, r.y1);
+    redBlueRows<3>(mosaic, rgbV, info, r, r.y0, r.y1);
+}
+
+float* debayerAHD_RGBtoLAB(const float* rgb, const debayerAHD_Info& info) {
+    const size_t n = static_cast<size_t>(std::max(info.width, 0)) * static_cast<size_t>(std::max(info.height, 0));
+    float* lab = allocFloats(n * 3);
+    const Region r = ahdRegion(info);
+    if (r.empty()) return lab;
+    const CubeRootTable table;
+    labRows(rgb, lab, info, r, table, r.y0, r.y1);
+    return lab;
+}
+
+float* debayerAHD_ComputeHomogeneityMapsAndFinalize(const float* labH, const float* labV, const debayerAHD_Info& info,
+                                                    const float* rgbH, const float* rgbV) {
+    const size_t n = static_cast<size_t>(std::max(info.width, 0)) * static_cast<size_t>(std::max(info.height, 0));
+    float* out = allocFloats(n * 4);
+    const Region r = ahdRegion(info);
+    if (r.empty()) return out;
+    float* homH = allocPatchSamples(n);
+    float* homV = allocPatchSamples(n);
+    if (!homH || !homV) {
+        std::free(homH);
+        std::free(homV);
+        std::free(out);
+        throw cd_exception("KR_CinemaDNGDebayeringAHD - out of memory");
+    }
+    countRows(labH, labV, homH, homV, info, r, r.y0, r.y1);
     for (int y = r.y0; y <= r.y1; ++y) {
-        accumulateRow(homH, y);
-        accumulateRow(homV, y);
-        const float* hh = homH + y * W;
-        const float* hv = homV + y * W;
-        const float* pH = rgbH + y * W * 3;
-        const float* pV = rgbV + y * W * 3;
-        float* o = out + y * W * 4;
-        for (int x = r.x0; x <= r.x1; ++x) {
-            const float* src = hh[x] > hv[x] ? pH + 3 * x : pV + 3 * x;
-            o[4 * x] = src[0];
-            o[4 * x + 1] = src[1];
-            o[4 * x + 2] = src[2];
-            o[4 * x + 3] = 1.0f;
-        }
+        accumulateRow(homH, info, r, y);
+        accumulateRow(homV, info, r, y);
+        selectRow(homH, homV, rgbH, rgbV, out, info, r, y);
     }
     std::free(homH);
     std::free(homV);
@@ -388,53 +424,110 @@ KR_CinemaDNGDebayeringAHD::KR_CinemaDNGDebayeringAHD() {
     camToXYZMtx_ = KSValue::arrayWithArray(std::move(identity));
 }
 
+namespace {
+
+// The three stages interleaved a band of rows at a time, with the same results as running them
+// one after the other over the whole frame. The 3x3 sums of the homogeneity maps grow at least
+// twofold from row to row at the left edge, so after some dozens of rows the first sum of a row is
+// infinite in both maps; from there on every sum of both maps is infinite (each includes its
+// infinite left or upper neighbour), every pixel is a tie, and the output is the V candidate. The
+// remaining rows then need only V, which is built directly in the result buffer.
+void runAHD(const float* mosaic, const debayerAHD_Info& info, float* out) {
+    const Region r = ahdRegion(info);
+    if (r.empty()) return;
+    const size_t n = static_cast<size_t>(info.width) * static_cast<size_t>(info.height);
+    struct Buffers {
+        float* p[6] = {};
+        ~Buffers() {
+            for (float* b : p) std::free(b);
+        }
+    } buf;
+    // Fresh zero pages: only the rows actually visited are ever touched.
+    for (int i = 0; i < 6; ++i) buf.p[i] = allocFloats(i < 4 ? n * 3 : n);
+    float *rgbH = buf.p[0], *rgbV = buf.p[1], *labH = buf.p[2], *labV = buf.p[3], *homH = buf.p[4], *homV = buf.p[5];
+    const CubeRootTable table;
+    const float inf = std::numeric_limits<float>::infinity();
+    constexpr int kBand = 16;
+    // Rows through which each stage is done.
+    int greenDone = r.y0 - 1, redBlueDone = r.y0 - 1, labDone = r.y0 - 1, countsDone = r.y0 - 1;
+    int saturatedRow = -1;
+    for (int y = r.y0; y <= r.y1; ++y) {
+        // The sums of row y read the counts of row y + 1, which read L*a*b* of rows y .. y + 2,
+        // which read red and blue of the same rows, which read green of rows y - 1 .. y + 3.
+        if (countsDone < std::min(y + 1, r.y1)) {
+            const int counts = std::min(y + kBand, r.y1);
+            const int lab = std::min(counts + 1, r.y1);
+            const int green = std::min(lab + 1, r.y1);
+            greenRows<3, true, true>(mosaic, rgbH, rgbV, info, r, greenDone + 1, green);
+            redBlueRows<3>(mosaic, rgbH, info, r, redBlueDone + 1, lab);
+            redBlueRows<3>(mosaic, rgbV, info, r, redBlueDone + 1, lab);
+            labRows(rgbH, labH, info, r, table, labDone + 1, lab);
+            labRows(rgbV, labV, info, r, table, labDone + 1, lab);
+            countRows(labH, labV, homH, homV, info, r, countsDone + 1, counts);
+            greenDone = green;
+            redBlueDone = labDone = lab;
+            countsDone = counts;
+        }
+        accumulateRow(homH, info, r, y);
+        accumulateRow(homV, info, r, y);
+        selectRow(homH, homV, rgbH, rgbV, out, info, r, y);
+        const long first = static_cast<long>(y) * info.width + r.x0;
+        if (homH[first] == inf && homV[first] == inf) {
+            saturatedRow = y;
+            break;
+        }
+    }
+    if (saturatedRow < 0 || saturatedRow == r.y1) return;
+    // Rows below: the V candidate only, in the RGBA result (row saturatedRow there already holds
+    // V's greens, and the rows past the region hold zeros, as in the candidate buffers).
+    const int ya = saturatedRow + 1;
+    for (int y = ya; y <= r.y1; y += kBand) {
+        const int yb = std::min(y + kBand - 1, r.y1);
+        greenRows<4, false, true>(mosaic, nullptr, out, info, r, (y == ya ? y : y + 1), yb + 1);
+        redBlueRows<4>(mosaic, out, info, r, y, yb);
+        for (int yy = y; yy <= yb; ++yy) {
+            float* o = out + static_cast<long>(yy) * info.width * 4;
+            for (int x = r.x0; x <= r.x1; ++x) o[4 * x + 3] = 1.0f;
+        }
+    }
+}
+
+}  // namespace
+
 PatchImageBuffer* KR_CinemaDNGDebayeringAHD::debayerInputImage(const PatchImageBuffer* input,
                                                                 std::shared_ptr<KSError>* error) {
     if (auto e = debayerValidateMosaic(input)) {
         KSSetError(error, e);
         return nullptr;
     }
-    debayerAHD_Info info{input->width, input->height, 1, input->bayerPattern,
-                         {1, 0, 0, 0, 1, 0, 0, 0, 1}};
+    debayerAHD_Info info{input->width, input->height, 1, input->bayerPattern, {1, 0, 0, 0, 1, 0, 0, 0, 1}};
     if (camToXYZMtx_) {
         if (camToXYZMtx_->count() < 9)
             throw cd_exception("KR_CinemaDNGDebayeringAHD - camToXYZMtx needs nine elements");
         for (int i = 0; i < 9; ++i) info.camToXYZ[i] = camToXYZMtx_->objectAtIndex(i)->floatValue();
     }
     const size_t n = static_cast<size_t>(info.width) * static_cast<size_t>(info.height);
-    const float* mosaic = static_cast<const float*>(input->imageBuffer);
-
     PatchImageBuffer* result = allocPatchImageBuffer();
-    float* rgbH = nullptr;
-    float* rgbV = nullptr;
-    float* labH = nullptr;
-    float* labV = nullptr;
+    float* out = allocPatchSamples(n * 4);
+    if (!result || !out) {
+        std::free(result);
+        std::free(out);
+        throw cd_exception("KR_CinemaDNGDebayeringAHD - out of memory");
+    }
     try {
-        if (!result) throw cd_exception("KR_CinemaDNGDebayeringAHD - out of memory");
-        rgbH = allocFloats(n * 3);
-        rgbV = allocFloats(n * 3);
-        debayerAHD_InterpolateRGB(mosaic, rgbH, rgbV, info);
-        labH = debayerAHD_RGBtoLAB(rgbH, info);
-        labV = debayerAHD_RGBtoLAB(rgbV, info);
-        result->imageBuffer = debayerAHD_ComputeHomogeneityMapsAndFinalize(labH, labV, info, rgbH, rgbV);
+        runAHD(static_cast<const float*>(input->imageBuffer), info, out);
     } catch (...) {
-        std::free(rgbH);
-        std::free(rgbV);
-        std::free(labH);
-        std::free(labV);
-        freePatchImageBuffer(result);
+        std::free(out);
+        std::free(result);
         throw;
     }
-    std::free(rgbH);
-    std::free(rgbV);
-    std::free(labH);
-    std::free(labV);
     result->width = info.width;
     result->height = info.height;
     result->numChannels = 4;
     result->bitsPerChannel = 32;
     result->bayerPattern = 0;
     result->bufferType = 0;
+    result->imageBuffer = out;
     return result;
 }
 

@@ -1,6 +1,11 @@
 #include "cinedng/PatchImageBuffer.h"
 
+#include <cstdint>
 #include <cstdlib>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace cinedng {
 
@@ -13,6 +18,21 @@ void freePatchImageBuffer(PatchImageBuffer* image) {
     std::free(image->imageBuffer);
     image->imageBuffer = nullptr;
     std::free(image);
+}
+
+float* allocPatchSamples(size_t count) {
+    const size_t bytes = (count ? count : 1) * sizeof(float);
+    void* p = std::calloc(1, bytes);
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    // Whole 2 MiB blocks inside the allocation (calloc of this size maps fresh, untouched pages).
+    constexpr uintptr_t kHuge = uintptr_t(1) << 21;
+    if (p && bytes >= 4 * kHuge) {
+        const uintptr_t begin = (reinterpret_cast<uintptr_t>(p) + kHuge - 1) & ~(kHuge - 1);
+        const uintptr_t end = (reinterpret_cast<uintptr_t>(p) + bytes) & ~(kHuge - 1);
+        if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    }
+#endif
+    return static_cast<float*>(p);
 }
 
 size_t patchImageSampleCount(const PatchImageBuffer& image) {
