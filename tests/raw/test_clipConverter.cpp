@@ -87,53 +87,38 @@ struct Clip {
 
 }  // namespace
 
-TEST(ClipConverterConfigure, LowersTheThreadCountInTheCallersRecord) {
-    cd_getLinearRaw lin;
-    cd_ClipConverter conv;
-    auto tags = geometry(8, 8, 8, 8);
-    MetaConvertClip meta;
-    meta.linearizer = &lin;
-    meta.duration = 25;
-    meta.threads = 8;
-    EXPECT_EQ(conv.configure(meta, tags, false), 0);
-    EXPECT_EQ(meta.threads, 3);
-    EXPECT_EQ(conv.threads, 3);
-    meta.duration = 5;
-    meta.threads = 8;
-    conv.configure(meta, tags, false);
-    EXPECT_EQ(meta.threads, 1);
-    meta.duration = 100;
-    meta.threads = 4;
-    conv.configure(meta, tags, false);
-    EXPECT_EQ(meta.threads, 4);
-}
-
-TEST(ClipConverterConfigure, RefusesEachInvalidSizeWithItsText) {
+TEST(ClipConverterConfigure, LowersTheThreadCountInTheCallersRecordAndRefusesBadSizes) {
     cd_getLinearRaw lin;
     cd_ClipConverter conv;
     MetaConvertClip meta;
     meta.linearizer = &lin;
-    meta.duration = 10;
-    meta.threads = 1;
-    auto refusal = [&](cd_DNGTags t, int duration = 10, int threads = 1) {
+    auto run = [&](cd_DNGTags t, int duration, int threads) {
         meta.duration = duration;
         meta.threads = threads;
         return failureOf([&] { conv.configure(meta, t, false); });
     };
-    EXPECT_EQ(refusal(geometry(8, 8, 8, 8), 0), "cd_ClipConverter - clip duration may not be < 0");
-    EXPECT_EQ(refusal(geometry(0, 8, 8, 8)), "cd_ClipConverter - input rows invalid");
-    EXPECT_EQ(refusal(geometry(8, 0, 8, 8)), "cd_ClipConverter - input cols invalid");
-    EXPECT_EQ(refusal(geometry(8, 8, 0, 8)), "cd_ClipConverter - output rows invalid");
-    EXPECT_EQ(refusal(geometry(8, 8, 8, 0)), "cd_ClipConverter - output cols invalid");
-    EXPECT_EQ(refusal(geometry(8, 8, 8, 8), 10, -1), "cd_ClipConverter - number of threads invalid");
-    EXPECT_EQ(refusal(geometry(10000, 5000, 8, 8)), "cd_ClipConverter - number of raw pixels invalid");
-    EXPECT_EQ(refusal(geometry(10000, 4999, 8, 8)), "(no failure)");
-    EXPECT_EQ(refusal(geometry(8, 40000, 8, 34000)), "cd_ClipConverter - number of RGB pixels invalid");
-    EXPECT_EQ(refusal(geometry(8, 40000, 8, 33333)), "(no failure)");
-    // The lineariser's own refusals come through.
-    auto t = geometry(8, 8, 8, 8);
-    t.blackLevel.clear();
-    EXPECT_EQ(refusal(t), "cd_getLinearRaw - no black levels present");
+    const auto ok = geometry(8, 8, 8, 8);
+    EXPECT_EQ(run(ok, 25, 8), "(no failure)");
+    EXPECT_EQ(meta.threads, 3);  // 25 / 10 + 1, written back
+    EXPECT_EQ(conv.threads, 3);
+    run(ok, 5, 8);
+    EXPECT_EQ(meta.threads, 1);
+    run(ok, 100, 4);
+    EXPECT_EQ(meta.threads, 4);
+
+    EXPECT_EQ(run(ok, 0, 8), "cd_ClipConverter - clip duration may not be < 0");
+    EXPECT_EQ(run(geometry(0, 8, 8, 8), 10, 1), "cd_ClipConverter - input rows invalid");
+    EXPECT_EQ(run(geometry(8, 0, 8, 8), 10, 1), "cd_ClipConverter - input cols invalid");
+    EXPECT_EQ(run(geometry(8, 8, 0, 8), 10, 1), "cd_ClipConverter - output rows invalid");
+    EXPECT_EQ(run(geometry(8, 8, 8, 0), 10, 1), "cd_ClipConverter - output cols invalid");
+    EXPECT_EQ(run(ok, 10, -1), "cd_ClipConverter - number of threads invalid");
+    EXPECT_EQ(run(geometry(10000, 5000, 8, 8), 10, 1), "cd_ClipConverter - number of raw pixels invalid");
+    EXPECT_EQ(run(geometry(10000, 4999, 8, 8), 10, 1), "(no failure)");
+    EXPECT_EQ(run(geometry(8, 40000, 8, 34000), 10, 1), "cd_ClipConverter - number of RGB pixels invalid");
+    EXPECT_EQ(run(geometry(8, 40000, 8, 33333), 10, 1), "(no failure)");
+    auto noBlack = ok;
+    noBlack.blackLevel.clear();  // the lineariser's own refusal comes through
+    EXPECT_EQ(run(noBlack, 10, 1), "cd_getLinearRaw - no black levels present");
 }
 
 TEST(ClipConverterHandles, CompleteBeforeReturningAndRefuseNullHandles) {
@@ -265,17 +250,6 @@ TEST(ClipConverter, TableBlackPatternAndDeltasFromAFrame) {
     }
     // One hand-worked value: row 1, col 5: sample 11 -> 1000; 1000 - 2 - 16 - 3 = 979.
     EXPECT_FLOAT_EQ(image[1 * 6 + 5], 979.0f / 997.0f);
-}
-
-TEST(ClipConverterClip, ZeroFramesAreRefused) {
-    cd_getLinearRaw lin;
-    cd_ClipConverter conv;
-    auto tags = geometry(8, 8, 8, 8);
-    MetaConvertClip meta;
-    meta.linearizer = &lin;
-    meta.duration = 0;
-    meta.threads = 8;
-    EXPECT_EQ(failureOf([&] { conv.configure(meta, tags, false); }), "cd_ClipConverter - clip duration may not be < 0");
 }
 
 // 25 frames with Threads 8: three worker processes, worker w converting frames w, w + 3, w + 6, ...

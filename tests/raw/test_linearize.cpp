@@ -63,76 +63,46 @@ std::vector<float> expectedRow(const linearParams& p, const uint8_t* storedRow, 
     return out;
 }
 
-void expectConfigureFails(linearParams p, const char* text) {
+std::string configureFailure(linearParams p) {
     cd_getLinearRaw lin;
     try {
         lin.configure(p);
-        ADD_FAILURE() << "configure accepted a record that should fail with: " << text;
     } catch (const cd_exception& e) {
-        EXPECT_STREQ(e.what(), text);
+        return e.what();
     }
+    return "(no failure)";
 }
 
 }  // namespace
 
-TEST(LinearizeConfigure, RefusesEachInvalidFieldWithItsText) {
+TEST(LinearizeConfigure, RefusalsAndTheRangeFromTheSmallestBlack) {
     float out[4];
-    auto p = baseParams(12, 1, 4, out);
-    auto q = p; q.bitsPerSample = 0;
-    expectConfigureFails(q, "cd_getLinearRaw - bits per sample must be > 0");
-    q = p; q.inputRows = 0;
-    expectConfigureFails(q, "cd_getLinearRaw - input rows invalid");
-    q = p; q.inputCols = -3;
-    expectConfigureFails(q, "cd_getLinearRaw - input cols invalid");
-    q = p; q.blackLevel.clear();
-    expectConfigureFails(q, "cd_getLinearRaw - no black levels present");
-    q = p; q.blackLevelRepeatDim = {2, 2, 1};
-    expectConfigureFails(q, "cd_getLinearRaw - black level repeat dimension must be 2");
-    q = p; q.blackLevel = {4095.0f};
-    expectConfigureFails(q, "cd_getLinearRaw - output range must be > 0");
-    q = p; q.blackLevel = {5000.0f};
-    expectConfigureFails(q, "cd_getLinearRaw - output range must be > 0");
-}
+    const auto p = baseParams(12, 2, 4, out);
+    const std::vector<std::pair<std::function<void(linearParams&)>, const char*>> cases = {
+        {[](linearParams& q) { q.bitsPerSample = 0; }, "cd_getLinearRaw - bits per sample must be > 0"},
+        {[](linearParams& q) { q.inputRows = 0; }, "cd_getLinearRaw - input rows invalid"},
+        {[](linearParams& q) { q.inputCols = -3; }, "cd_getLinearRaw - input cols invalid"},
+        {[](linearParams& q) { q.blackLevel.clear(); }, "cd_getLinearRaw - no black levels present"},
+        {[](linearParams& q) { q.blackLevelRepeatDim = {2, 2, 1}; }, "cd_getLinearRaw - black level repeat dimension must be 2"},
+        {[](linearParams& q) { q.blackLevel = {4095.0f}; }, "cd_getLinearRaw - output range must be > 0"},
+    };
+    for (const auto& [change, text] : cases) {
+        auto q = p;
+        change(q);
+        EXPECT_EQ(configureFailure(q), text);
+    }
 
-TEST(LinearizeConfigure, OutputRangeUsesTheSmallestBlack) {
-    float out[4];
-    auto p = baseParams(12, 2, 4, out);
-    p.blackLevelRepeatDim = {2, 2};
-    p.blackLevel = {60, 64, 60, 64};
+    // (60, 64, 60, 64) with white 4095: range 4035; per-column and per-row deltas add their minima.
+    auto q = p;
+    q.blackLevelRepeatDim = {2, 2};
+    q.blackLevel = {60, 64, 60, 64};
     cd_getLinearRaw lin;
-    lin.configure(p);
+    lin.configure(q);
     EXPECT_EQ(lin.normalizeRawFactor, static_cast<double>(1.0f / 4035.0f));
-    EXPECT_TRUE(lin.hasBlackPattern);
-    EXPECT_EQ(lin.baseBlack, 0.0);
-
-    // Deltas add their own minima: 4095 - (60 + -2 + 1) = 4036.
-    p.blackLevelDeltaH = {1, -2, 3, 0};
-    p.blackLevelDeltaV = {1, 5};
-    lin.configure(p);
+    q.blackLevelDeltaH = {1, -2, 3, 0};
+    q.blackLevelDeltaV = {1, 5};
+    lin.configure(q);
     EXPECT_EQ(lin.normalizeRawFactor, static_cast<double>(1.0f / 4036.0f));
-    // Delta lists of the wrong length are ignored.
-    p.blackLevelDeltaH = {1, -2, 3};
-    p.blackLevelDeltaV = {1, 5, 7};
-    lin.configure(p);
-    EXPECT_FALSE(lin.hasDeltaH);
-    EXPECT_FALSE(lin.hasDeltaV);
-    EXPECT_EQ(lin.normalizeRawFactor, static_cast<double>(1.0f / 4035.0f));
-}
-
-TEST(LinearizeConfigure, OddLeftColumnStartsInsideAByte) {
-    float out[4];
-    auto p = baseParams(12, 1, 4, out);
-    p.firstCol = 1;
-    cd_getLinearRaw lin;
-    lin.configure(p);
-    EXPECT_EQ(lin.leftByteOffset, 1);
-    EXPECT_EQ(lin.leftBitSkip, -4);
-    EXPECT_EQ(lin.sampleMask, 0xFFFu);
-    p.bitsPerSample = 14;
-    p.firstCol = 3;  // 42 bits: byte 5, 2 bits in
-    lin.configure(p);
-    EXPECT_EQ(lin.leftByteOffset, 5);
-    EXPECT_EQ(lin.leftBitSkip, -2);
 }
 
 TEST(LinearizeGetRow, RefusesEachInvalidStateWithItsText) {
@@ -211,99 +181,15 @@ TEST(LinearizeValues, TableMapsAndSaturatesToItsLastEntry) {
     EXPECT_EQ(out[3], 1.0f);  // 7 is beyond the 4 entries: the last entry
 }
 
-TEST(LinearizeValues, PerRowAndPerColumnDeltasAreSubtracted) {
-    const int rowsN = 2, cols = 3;
-    std::vector<float> out(rowsN * cols);
-    auto p = baseParams(16, rowsN, cols, out.data());
-    p.blackLevel = {100};
-    p.whiteLevel = {1100};
-    p.blackLevelDeltaH = {0, 10, 20};
-    p.blackLevelDeltaV = {0, 5};
-    // range = 1100 - (100 + 0 + 0) = 1000
-    std::vector<uint8_t> data;
-    for (uint16_t v : {100, 110, 120, 1105, 1115, 1125}) {
-        data.push_back(v & 0xFF);
-        data.push_back(v >> 8);
-    }
-    RowsOverBuffer rows(data, 6, 2);
-    cd_getLinearRaw lin;
-    lin.configure(p);
-    lin.getRow(rows.access, 0);
-    lin.getRow(rows.access, 1);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(out[i], 0.0f) << i;
-    for (int i = 3; i < 6; ++i) EXPECT_EQ(out[i], 1.0f) << i;
-}
-
-// Every width from 1 to 25 bits, every left offset of a byte's worth of bits, sample values over
-// the whole range: the lineariser returns exactly the packed values.
-TEST(LinearizeUnpack, EveryWidthAndLeftOffsetDecodesThePackedValues) {
-    std::mt19937 rng(1234);
-    for (int bits = 1; bits <= 25; ++bits) {
-        for (int left = 0; left < 8; ++left) {
-            const int cols = 37, storedCols = left + cols + 2;
-            const uint32_t mask = (1u << bits) - 1u;
-            std::vector<uint32_t> stored(storedCols);
-            for (auto& v : stored) v = rng() & mask;
-            stored[left] = mask;
-            stored[left + 1] = 0;
-            const uint16_t order = (bits % 2) ? 0x4D4D : 0x4949;
-            std::vector<uint8_t> row;
-            if (bits == 16) {
-                for (uint32_t v : stored) {
-                    if (order == 0x4D4D) { row.push_back(v >> 8); row.push_back(v & 0xFF); }
-                    else { row.push_back(v & 0xFF); row.push_back(v >> 8); }
-                }
-            } else {
-                row = packMSB(stored, bits, 0, /*fill=*/1);
-            }
-            std::vector<float> out(cols);
-            auto p = baseParams(bits, 1, cols, out.data());
-            p.firstCol = left;
-            p.byteOrder = order;
-            p.whiteLevel = {mask ? mask : 1u};
-            RowsOverBuffer rows(row, row.size(), 1);
-            cd_getLinearRaw lin;
-            lin.configure(p);
-            lin.getRow(rows.access, 0);
-            const double factor = static_cast<double>(1.0f / static_cast<float>(p.whiteLevel[0]));
-            for (int i = 0; i < cols; ++i)
-                ASSERT_EQ(out[i], static_cast<float>(static_cast<double>(stored[left + i]) * factor))
-                    << "bits " << bits << " left " << left << " col " << i;
-        }
-    }
-}
-
-TEST(LinearizeUnpack, BigEndianSixteenBitFrameMatchesItsLittleEndianTwin) {
-    const int cols = 5;
-    const std::vector<uint16_t> v = {0x0102, 0xFFFE, 0x8000, 0x00FF, 0x1234};
-    std::vector<uint8_t> le, be;
-    for (uint16_t x : v) {
-        le.push_back(x & 0xFF); le.push_back(x >> 8);
-        be.push_back(x >> 8); be.push_back(x & 0xFF);
-    }
-    std::vector<float> a(cols), b(cols);
-    auto p = baseParams(16, 1, cols, a.data());
-    RowsOverBuffer ra(le, le.size(), 1), rb(be, be.size(), 1);
-    cd_getLinearRaw lin;
-    lin.configure(p);
-    lin.getRow(ra.access, 0);
-    p.pRawImagePixels = b.data();
-    p.byteOrder = 0x4D4D;
-    lin.configure(p);
-    lin.getRow(rb.access, 0);
-    for (int i = 0; i < cols; ++i) {
-        EXPECT_EQ(a[i], b[i]);
-        EXPECT_EQ(a[i], static_cast<float>(v[i] * static_cast<double>(1.0f / 65535.0f)));
-    }
-}
-
-// The dedicated decoders (widths 8, 10, 12, 14, 16 and the tabulated result) against the rules
-// worked out independently, bit for bit, on random rows with and without every black-level feature.
+// Every width from 1 to 25 bits, odd and even left columns, both byte orders, with and without each
+// black-level feature: the output equals the rules worked out independently (a bit-by-bit reader
+// and the arithmetic in double), bit for bit. This covers the dedicated decoders (8, 10, 12, 14, 16
+// bits, the table of results, the one-pass normalisation) against the general bit reader.
 TEST(LinearizeUnpack, FastPathsAreBitIdenticalToTheRules) {
     std::mt19937 rng(99);
-    for (int bits : {8, 9, 10, 11, 12, 13, 14, 15, 16, 18}) {
+    for (int bits = 1; bits <= 25; ++bits) {
         for (int feature = 0; feature < 6; ++feature) {
-            for (int left : {0, 1, 2, 3, 5}) {
+            for (int left : {0, 1, 3, 6}) {
                 const int nRows = 4, cols = 61 + left;  // odd widths exercise the tails
                 const int storedCols = left + cols + 3;
                 const uint32_t mask = (1u << bits) - 1u;
@@ -316,11 +202,11 @@ TEST(LinearizeUnpack, FastPathsAreBitIdenticalToTheRules) {
                 p.byteOrder = (rng() & 1) ? 0x4D4D : 0x4949;
                 std::uniform_real_distribution<float> small(-3.0f, 3.0f);
                 p.blackLevel = {static_cast<float>(mask / 50) + 0.25f};
-                p.whiteLevel = {mask};
+                p.whiteLevel = {mask + 16};
                 if (feature == 1 || feature == 5) {
-                    p.linearizationTable.resize(mask / 3 + 1);
+                    p.linearizationTable.resize(std::min<uint32_t>(mask / 3 + 1, 5000));
                     for (auto& t : p.linearizationTable) t = static_cast<uint16_t>(rng() % 60000);
-                    p.whiteLevel = {60000};
+                    p.whiteLevel = {std::max<uint32_t>(mask, 60000) + 16};
                 }
                 if (feature == 2 || feature == 5) {
                     p.blackLevelRepeatDim = {2, 3};

@@ -38,21 +38,21 @@ struct Located {
 }  // namespace
 
 TEST(LocateRowsConfigure, RefusesZeroCoreValues) {
-    fb::RawFrameSpec desc;
-    const auto good = rawtest::tagsOf(fb::buildRawFrame(desc));
+    const auto good = rawtest::tagsOf(fb::buildRawFrame(fb::RawFrameSpec{}));
     cd_locateRows loc;
-    auto t = good; t.imageHeight = 0;
-    EXPECT_EQ(failureOf([&] { loc.configure(t); }), "cd_locateRows - the DNG image dimensions are invalid.");
-    t = good; t.imageWidth = 0;
-    EXPECT_EQ(failureOf([&] { loc.configure(t); }), "cd_locateRows - the DNG image dimensions are invalid.");
-    t = good; t.bitsPerSample = 0;
-    EXPECT_EQ(failureOf([&] { loc.configure(t); }), "cd_locateRows - the 'bitsPerSample' tag cannot be 0");
-    t = good; t.compression = 0;
-    EXPECT_EQ(failureOf([&] { loc.configure(t); }), "cd_locateRows - illegal compression setting");
-    t = good; t.photometric = 0;
-    EXPECT_EQ(failureOf([&] { loc.configure(t); }), "cd_locateRows - illegal photometric setting");
-    t = good; t.byteOrder = 0;
-    EXPECT_EQ(failureOf([&] { loc.configure(t); }), "cd_locateRows - illegal byteOrder setting");
+    const std::vector<std::pair<std::function<void(cd_DNGTags&)>, const char*>> cases = {
+        {[](cd_DNGTags& t) { t.imageHeight = 0; }, "cd_locateRows - the DNG image dimensions are invalid."},
+        {[](cd_DNGTags& t) { t.imageWidth = 0; }, "cd_locateRows - the DNG image dimensions are invalid."},
+        {[](cd_DNGTags& t) { t.bitsPerSample = 0; }, "cd_locateRows - the 'bitsPerSample' tag cannot be 0"},
+        {[](cd_DNGTags& t) { t.compression = 0; }, "cd_locateRows - illegal compression setting"},
+        {[](cd_DNGTags& t) { t.photometric = 0; }, "cd_locateRows - illegal photometric setting"},
+        {[](cd_DNGTags& t) { t.byteOrder = 0; }, "cd_locateRows - illegal byteOrder setting"},
+    };
+    for (const auto& [change, text] : cases) {
+        auto t = good;
+        change(t);
+        EXPECT_EQ(failureOf([&] { loc.configure(t); }), text);
+    }
 }
 
 TEST(LocateRows, RefusesMissingBufferAndUnconfiguredLocator) {
@@ -67,30 +67,25 @@ TEST(LocateRows, RefusesMissingBufferAndUnconfiguredLocator) {
     EXPECT_EQ(failureOf([&] { loc.locateRows(&byte, 1, access, meta); }), "cd_locateRows - image height invalid");
 }
 
-TEST(LocateRows, SingleStripRowsLieAtEqualSteps) {
+TEST(LocateRows, RowsLieAtTheFirstStripsRowSize) {
     fb::RawFrameSpec desc;
     desc.width = 40;
     desc.height = 10;
-    desc.bits = 12;
-    Located l(fb::buildRawFrame(desc));
-    ASSERT_EQ(l.locate(), 0);
-    ASSERT_EQ(l.access.imageHeight, 10u);
-    const size_t first = l.tags.stripOffsets[0];
-    for (unsigned r = 0; r < 10; ++r) EXPECT_EQ(l.offsetOf(r), first + r * 60) << r;
-    EXPECT_EQ(l.locator.stats().bytesProcessed, 10u * 8);
-}
+    Located one(fb::buildRawFrame(desc));
+    ASSERT_EQ(one.locate(), 0);
+    ASSERT_EQ(one.access.imageHeight, 10u);
+    for (unsigned r = 0; r < 10; ++r) EXPECT_EQ(one.offsetOf(r), one.tags.stripOffsets[0] + r * 60) << r;
+    EXPECT_EQ(one.locator.stats().bytesProcessed, 10u * 8);
 
-TEST(LocateRows, ShortLastStripUsesTheFirstStripsRowSize) {
-    fb::RawFrameSpec desc;
     desc.width = 24;
     desc.height = 37;  // strips of 16, 16, 5 rows
     desc.bits = 14;
     desc.rowsPerStrip = 16;
-    Located l(fb::buildRawFrame(desc));
-    ASSERT_EQ(l.locate(), 0);
-    ASSERT_EQ(l.tags.stripOffsets.size(), 3u);
+    Located strips(fb::buildRawFrame(desc));
+    ASSERT_EQ(strips.locate(), 0);
+    ASSERT_EQ(strips.tags.stripOffsets.size(), 3u);
     for (unsigned r = 0; r < 37; ++r)
-        EXPECT_EQ(l.offsetOf(r), l.tags.stripOffsets[r / 16] + (r % 16) * 42u) << r;
+        EXPECT_EQ(strips.offsetOf(r), strips.tags.stripOffsets[r / 16] + (r % 16) * 42u) << r;
 }
 
 TEST(LocateRows, WithoutRowsPerStripOneStripHoldsEveryRow) {
