@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
@@ -65,6 +66,16 @@ std::string cd_openEXRWriter::formatName(unsigned int index) {
 int cd_openEXRWriter::configure(MetaWriteClip& m) {
     cd_timing timer;
     status = 0;
+    // Forget the previous clip's frame before its buffer goes: rows stored before the next
+    // newImageObject then fail cleanly instead of landing in released memory.
+    outputFileSize = 0;
+    rowsStored = 0;
+    formatter.pOutputBuffer = nullptr;
+    formatter.lineOffsets.clear();
+    formatter.numberOfLineOffsets = 0;
+    pOutputBuffer.reset();
+    outputBufferSize = 0;
+
     outputRows = m.outputRows;
     outputCols = m.outputCols;
     headerInfo = m.headerInfo;
@@ -94,8 +105,11 @@ int cd_openEXRWriter::configure(MetaWriteClip& m) {
     }
 
     box2i& dw = headerInfo.dataWindow;
-    dw.xMax = dw.xMin + outputCols - 1;
-    dw.yMax = dw.yMin + outputRows - 1;
+    const int64_t xMax = static_cast<int64_t>(dw.xMin) + outputCols - 1;
+    const int64_t yMax = static_cast<int64_t>(dw.yMin) + outputRows - 1;
+    if (xMax > INT32_MAX || yMax > INT32_MAX) throw cd_exception("cd_openEXRWriter - data window out of range");
+    dw.xMax = static_cast<int32_t>(xMax);
+    dw.yMax = static_cast<int32_t>(yMax);
     headerInfo.displayWindow = dw;
 
     // 6 bytes of half RGB per pixel; 8 bytes of block header and 8 of offset table per row;
@@ -104,7 +118,6 @@ int cd_openEXRWriter::configure(MetaWriteClip& m) {
     CD_ASSERT(outputBufferSize > 0);
     CD_ASSERT(outputBufferSize < 100e6);
 
-    pOutputBuffer.reset();
     pOutputBuffer.reset(new char[outputBufferSize]());
     CD_ASSERT(pOutputBuffer != NULL);
 

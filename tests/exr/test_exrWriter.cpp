@@ -307,6 +307,20 @@ TEST(ExrWriter, StatusesForFilesThatCannotBeOpenedOrWritten) {
     }
 }
 
+TEST(ExrWriter, RowsNeedAFrameOfTheCurrentClip) {
+    const std::string dir = exrtest::scratchFolder();
+    cd_openEXRWriter w;
+    MetaWriteClip clip = clipFor(w, 4, 2, dir);
+    ASSERT_EQ(w.configure(clip), 0);
+    std::vector<float> row(12, 1.0f);
+    DynamicMetadata d;
+    ASSERT_EQ(w.newImageObject(d), 0);
+    EXPECT_EQ(w.storeImageRow(row.data(), 1), 0);
+    // A new clip releases the buffer the started frame was laid out in.
+    ASSERT_EQ(w.configure(clip), 0);
+    EXPECT_THROW(w.storeImageRow(row.data(), 1), cd_exception);
+}
+
 TEST(ExrWriter, StatisticsCountEighteenBytesPerStoredPixelAndTheFile) {
     const std::string dir = exrtest::scratchFolder();
     cd_openEXRWriter w;
