@@ -352,15 +352,10 @@ int cd_parseTiff::getTag(tiffTagCodes code, std::vector<srational>* out) {
                               case TIFF_RATIONAL: if (!probe) v = srational(getRATIONAL(p)); return true;
                               case TIFF_SRATIONAL: if (!probe) v = getSRATIONAL(p); return true;
                               case TIFF_FLOAT:
-                                  if (!probe) {
-                                      const float f = getFLOAT(p);
-                                      // The float-to-rational spread only takes values within the
-                                      // 64-bit integer range; anything else (NaN included) in a
-                                      // frame is a malformed value, not a programming error.
-                                      if (!(-9223372036854775808.0f <= f && f <= 9223372036854775808.0f))
-                                          throw cd_exception("cd_parseTiff - FLOAT value out of the SRATIONAL range");
-                                      v = srational(f);
-                                  }
+                                  // The float-to-rational spread asserts its range: a NaN or a value
+                                  // beyond +-2^63 stops the process (or raises, in a build whose
+                                  // assertions raise).
+                                  if (!probe) v = srational(getFLOAT(p));
                                   return true;
                               default: return false;
                           }
