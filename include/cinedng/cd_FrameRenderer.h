@@ -9,6 +9,8 @@
 // through a pipe, so that a failing frame never stops the others, a worker that dies is noticed,
 // and a progress line can be kept up to date.
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,16 @@
 #include "cinedng/cd_genericStructs.h"
 
 namespace cinedng {
+
+// A zero-filled float buffer whose pages are committed only when first written. Large buffers that
+// worker processes inherit are allocated this way: pages the parent never touched are not copied
+// for every worker that writes them.
+struct cd_freeDeleter {
+    void operator()(float* p) const { std::free(p); }
+};
+using cd_zeroedFloats = std::unique_ptr<float[], cd_freeDeleter>;
+// n zero floats; raises "cd_FrameRenderer - the image buffer could not be allocated" on failure.
+cd_zeroedFloats cd_allocateZeroedFloats(size_t n);
 
 // What a rendering run reports back.
 struct cd_RenderResult {
@@ -53,7 +65,7 @@ public:
     static std::string progressLine(int done, int total, double elapsed);
 
     // The raw image of the last frame rendered (inputRows x inputCols floats).
-    const std::vector<float>& rawImage() const { return rawImage_; }
+    const float* rawImage() const { return rawImage_.get(); }
 
 private:
     void statsOf(IOstats out[5]) const;
@@ -61,7 +73,7 @@ private:
     MetaConvertClip stages_;
     int inputRows_ = 0;
     int outputRows_ = 0;
-    std::vector<float> rawImage_;
+    cd_zeroedFloats rawImage_;
     std::vector<float> rgbRow_;
     cd_ScanLineAccess access_;
     DynamicMetadata meta_;

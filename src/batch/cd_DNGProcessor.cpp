@@ -108,9 +108,9 @@ void cd_DNGProcessor::run(cd_CommandLineOptions& options) {
     convertParams.threads = options.Threads;
     convertParams.benchmarkRuns = options.BenchmarkRuns;
     cd_ClipConverter converter;
-    std::vector<float> rawImage(static_cast<size_t>(std::max(0, look.inputRows)) *
-                                static_cast<size_t>(std::max(0, look.inputCols)));
-    converter.setRawImagePixels(rawImage.data());
+    const cd_zeroedFloats rawImage = cd_allocateZeroedFloats(static_cast<size_t>(std::max(0, look.inputRows)) *
+                                                             static_cast<size_t>(std::max(0, look.inputCols)));
+    converter.setRawImagePixels(rawImage.get());
     converter.configure(convertParams, look, options.VerboseMode);
     workers_ = convertParams.threads;
 

@@ -40,7 +40,7 @@ constexpr size_t kMaxReason = 1024;
 
 void writeMessage(int fd, MessageKind kind, int frame, int worker, const void* payload, size_t size) {
     unsigned char buf[sizeof(MessageHeader) + kMaxReason + sizeof(IOstats) * 5];
-    size = std::min(size, sizeof(buf) - sizeof(MessageHeader));
+    size = payload == nullptr ? 0 : std::min(size, sizeof(buf) - sizeof(MessageHeader));
     MessageHeader h{kind, frame, worker, static_cast<uint32_t>(size)};
     std::memcpy(buf, &h, sizeof h);
     if (size > 0) std::memcpy(buf + sizeof h, payload, size);
@@ -68,6 +68,12 @@ void clearProgress(bool progress) {
 
 }  // namespace
 
+cd_zeroedFloats cd_allocateZeroedFloats(size_t n) {
+    float* p = static_cast<float*>(std::calloc(n == 0 ? 1 : n, sizeof(float)));
+    if (p == nullptr) throw cd_exception("cd_FrameRenderer - the image buffer could not be allocated");
+    return cd_zeroedFloats(p);
+}
+
 int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags) {
     if (stages.loader == nullptr || stages.rowLocator == nullptr || stages.linearizer == nullptr ||
         stages.debayer == nullptr || stages.writer == nullptr)
@@ -90,7 +96,7 @@ int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags)
     stages_ = stages;
     inputRows_ = tags.inputRows;
     outputRows_ = tags.outputRows;
-    rawImage_.assign(static_cast<size_t>(tags.inputRows) * static_cast<size_t>(tags.inputCols), 0.0f);
+    rawImage_ = cd_allocateZeroedFloats(static_cast<size_t>(tags.inputRows) * static_cast<size_t>(tags.inputCols));
     rgbRow_.assign(static_cast<size_t>(tags.outputCols) * 3, 0.0f);
 
     linearParams lp;
@@ -99,7 +105,7 @@ int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags)
     lp.firstCol = tags.activeLeft;
     lp.inputRows = tags.inputRows;
     lp.inputCols = tags.inputCols;
-    lp.pRawImagePixels = rawImage_.data();
+    lp.pRawImagePixels = rawImage_.get();
     lp.linearizationTable = tags.linearizationTable;
     lp.blackLevelRepeatDim = tags.blackLevelRepeatDim;
     lp.blackLevel = tags.blackLevel;
@@ -112,7 +118,7 @@ int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags)
     debayerParams dp;
     dp.inputRows = tags.inputRows;
     dp.inputCols = tags.inputCols;
-    dp.pRawImagePixels = rawImage_.data();
+    dp.pRawImagePixels = rawImage_.get();
     dp.rowOffset = tags.cropOriginRow;
     dp.colOffset = tags.cropOriginCol;
     dp.outputRows = tags.outputRows;
