@@ -441,3 +441,13 @@ TEST(DemosaicRealFrame, ColorchartMatchesTheLiteralReading) {
     expectSameAsReferenceVCD(m, w, h, 1, 0.0f);
     expectSameAsReferenceVCD(m, w, h, 1, 2.0f);
 }
+
+// ---- programming errors --------------------------------------------------------------------------
+
+TEST(DemosaicDeathTest, StagesTakeUnitStrideMosaicsOnly) {
+    std::vector<float> m(64, 0.5f), a(64 * 3), b(64 * 3);
+    const debayerAHD_Info info{8, 8, 2, 0, {1, 0, 0, 0, 1, 0, 0, 0, 1}};
+    EXPECT_DEATH(debayerAHD_InterpolateRGB(m.data(), a.data(), b.data(), info), "info.stride == 1");
+    const debayerVCD_Geometry g{8, 8, 1, 0};  // the red/blue stage works on the RGBA result
+    EXPECT_DEATH(debayerVCD_InterpolateRedBlue(a.data(), g), "g.stride == 4");
+}
