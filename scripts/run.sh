@@ -14,7 +14,11 @@ bash scripts/install-deps.sh
 
 echo "== Building (Release) into build/release"
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/release -j"$(nproc)" --target dngprocessor dngdemoclip >/dev/null
+if ! cmake --build build/release -j"$(nproc)" --target dngprocessor dngdemoclip >build/release/run-build.log 2>&1; then
+    tail -n 60 build/release/run-build.log
+    echo "== build failed (full log: build/release/run-build.log)"
+    exit 1
+fi
 DNGPROCESSOR="$ROOT/build/release/dngprocessor"
 
 if [ $# -eq 0 ] || [[ "$1" == -* ]]; then

@@ -22,11 +22,12 @@ namespace batchtest {
 
 namespace fs = std::filesystem;
 
-// An empty scratch folder for the current test, under the build folder.
+// An empty scratch folder for the current test, under the build folder (emptied again by the next
+// run of the same test).
 inline std::string scratchFolder(const std::string& leaf = "") {
     const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
     fs::path p = fs::path(CINEDNG_BINARY_DIR) / "batch_scratch" /
-                 (std::string(info->test_suite_name()) + "." + info->name() + "." + std::to_string(::getpid()));
+                 (std::string(info->test_suite_name()) + "." + info->name());
     if (!leaf.empty()) p /= leaf;
     fs::remove_all(p);
     fs::create_directories(p);

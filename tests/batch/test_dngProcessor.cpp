@@ -383,3 +383,20 @@ TEST(BatchWorkers, MismatchedFrameIsRefusedWithTheLocatorText) {
     EXPECT_EQ(p->failures()[0].reason, "cd_locateRows - bitsPerSample <= 0");
     EXPECT_EQ(exrFiles(out).size(), 3u);
 }
+
+TEST(BatchDeathTest, LookSourceWithoutPositiveCameraMatrixStops) {
+    // A colour matrix of minus the identity gives a camera-to-XYZ matrix whose sum is -3.
+    const std::string clip = scratchFolder("clip");
+    demo::DemoClipSpec spec = smallClip(1, 32, 24);
+    framebuilder::RawFrameSpec f = demo::demoFrameSpec(spec, 0);
+    f.colorMatrix1 = {-1, 0, 0, 0, -1, 0, 0, 0, -1};
+    f.colorMatrix2.clear();
+    f.calibrationIlluminant2.reset();
+    framebuilder::writeRawFrame(clip + "negative.dng", f, demo::demoRaster(spec, 0));
+    cd_CommandLineOptions o = optionsFor(clip, scratchFolder("out"));
+#ifdef CINEDNG_ASSERT_THROWS
+    EXPECT_THROW(cd_DNGProcessor p(o), cd_exception);
+#else
+    EXPECT_DEATH(cd_DNGProcessor p(o), "look.CameraToXYZMtx.sum\\(\\) > 0");
+#endif
+}
