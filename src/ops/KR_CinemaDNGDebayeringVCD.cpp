@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 #include "cinedng/cd_assert.h"
@@ -277,7 +278,10 @@ void GreenRowState::run(const float* mosaic, float* rgba, const Rows& E, float f
         p[c] = s[x];
         if (c == 1) continue;
         const float H = lh[x], V = lv[x];
-        if (std::max(V / H, H / V) > factor) {
+        // For finite levels (at least 1e-9 each) the larger ratio is at least 1, so a factor below 1
+        // always selects the strong-edge rule without dividing.
+        const bool finite = H <= std::numeric_limits<float>::max() && V <= std::numeric_limits<float>::max();
+        if ((factor < 1.0f && finite) || std::max(V / H, H / V) > factor) {
             p[1] = V >= H ? e[3 * x] : e[3 * x + 1];
         } else {
             const float vh = horizVariance(rgba, E, x, y, W, c);

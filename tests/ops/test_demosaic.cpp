@@ -392,6 +392,11 @@ TEST(VCD, StagesMatchTheLiteralReading) {
             expectSameAsReferenceVCD(a, 53, 47, layout, factor);
             std::vector<float> b = randomMosaic(32, 29, layout * 7 + 2, -0.1f, 1.1f);
             expectSameAsReferenceVCD(b, 32, 29, layout, factor);
+            // Infinite and undefined samples make infinite or undefined gradient levels.
+            b[10 * 32 + 10] = INFINITY;
+            b[18 * 32 + 17] = INFINITY;
+            b[14 * 32 + 21] = NAN;
+            expectSameAsReferenceVCD(b, 32, 29, layout, factor);
         }
     }
 }
