@@ -277,7 +277,7 @@ TEST(AutoDetectionFromFile, LayoutFollowsTheCFAPattern) {
 }
 
 TEST(AutoDetectionFromFile, RealFramesPublishExposureAndWhiteBalance) {
-    for (const char* name : {"tinydng_colorchart.dng", "fauxbolex_frame_000170.dng"}) {
+    for (const char* name : {"tinydng_colorchart.dng", "fauxbolex_frame_000170.dng", "fauxbolex_frame_001045.dng"}) {
         const std::string path = std::string(CINEDNG_SAMPLES_DIR) + "/" + name;
         const Outcome o = runFromFile(path);
         ASSERT_FALSE(o.failed) << name << " code " << o.code;
@@ -288,6 +288,18 @@ TEST(AutoDetectionFromFile, RealFramesPublishExposureAndWhiteBalance) {
         const Outcome h = byHand(path, std::string(name).rfind("tinydng", 0) == 0 ? 1 : 0);
         EXPECT_EQ(o.exposure, h.exposure) << name;
         EXPECT_EQ(o.whiteBalance, h.whiteBalance) << name;
+    }
+}
+
+TEST(AutoDetectionFromFile, FramesThatCannotBeOpenedFailWithCodeTwo) {
+    // No colour matrix, a strip past the end, an absurd size, a cut file: the sequence refuses them.
+    for (const char* name : {"oiio_valid-32x32.dng", "oiio_truncated.dng", "oiio_bomb-32000x32000.dng",
+                             "filetype_Leica-M10.dng"}) {
+        testing::internal::CaptureStderr();
+        const Outcome o = runFromFile(std::string(CINEDNG_SAMPLES_DIR) + "/" + name);
+        testing::internal::GetCapturedStderr();
+        EXPECT_TRUE(o.failed) << name;
+        EXPECT_EQ(o.code, 2) << name;
     }
 }
 
