@@ -456,3 +456,37 @@ TEST(DemosaicDeathTest, StagesTakeUnitStrideMosaicsOnly) {
     const debayerVCD_Geometry g{8, 8, 1, 0};  // the red/blue stage works on the RGBA result
     EXPECT_DEATH(debayerVCD_InterpolateRedBlue(a.data(), g), "g.stride == 4");
 }
+
+// ---- the exported stages, run one after the other over the whole frame ----------------------------
+
+TEST(DemosaicStages, WholeFrameStagesGiveTheOperationsResults) {
+    const int w = 90, h = 70;
+    for (int layout : {0, 1, 2, 3}) {
+        std::vector<float> m = structuredMosaic(w, h, 40 + layout);
+        m[30 * w + 40] = 1.7f;
+        const size_t n = static_cast<size_t>(w) * h;
+        // AHD
+        const debayerAHD_Info info{w, h, 1, layout, {0.7f, 0.2f, 0.1f, 0.3f, 0.6f, 0.1f, 0.05f, 0.15f, 0.8f}};
+        std::vector<float> H(n * 3, 0.0f), V(n * 3, 0.0f);
+        debayerAHD_InterpolateRGB(m.data(), H.data(), V.data(), info);
+        std::unique_ptr<float, decltype(&std::free)> labH(debayerAHD_RGBtoLAB(H.data(), info), &std::free);
+        std::unique_ptr<float, decltype(&std::free)> labV(debayerAHD_RGBtoLAB(V.data(), info), &std::free);
+        std::unique_ptr<float, decltype(&std::free)> out(
+            debayerAHD_ComputeHomogeneityMapsAndFinalize(labH.get(), labV.get(), info, H.data(), V.data()), &std::free);
+        const auto ref = refdemosaic::ahd(m, w, h, layout, info.camToXYZ);
+        EXPECT_TRUE(sameBits(H.data(), ref.H.data(), n * 3)) << layout;
+        EXPECT_TRUE(sameBits(labV.get(), ref.labV.data(), n * 3)) << layout;
+        EXPECT_TRUE(sameBits(out.get(), ref.out.data(), n * 4)) << layout;
+        // VCD
+        for (float factor : {0.0f, 3.0f}) {
+            const debayerVCD_Geometry g{w, h, 1, layout}, og{w, h, 4, layout};
+            std::vector<float> E(n * 3, 0.0f), O(n * 4, 7.0f);  // stage 2 fills the result itself
+            debayerVCD_preparationACPIMod(m.data(), E.data(), g);
+            debayerVCD_InterpolateGreen(m.data(), O.data(), E.data(), g, factor);
+            debayerVCD_InterpolateRedBlue(O.data(), og);
+            const auto vref = refdemosaic::vcd(m, w, h, layout, factor);
+            EXPECT_TRUE(sameBits(E.data(), vref.E.data(), n * 3)) << layout;
+            EXPECT_TRUE(sameBits(O.data(), vref.out.data(), n * 4)) << layout << " factor " << factor;
+        }
+    }
+}
