@@ -223,9 +223,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     std::map<std::string, std::pair<double, double>> ms;  // name -> (real, cpu), in ms
     void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs)
-            if (!r.error_occurred && r.run_type == Run::RT_Iteration)
-                ms[r.benchmark_name()] = {r.GetAdjustedRealTime(), r.GetAdjustedCPUTime()};
+        // Single runs, or the median of repeated runs (--benchmark_repetitions).
+        for (const Run& r : runs) {
+            if (r.error_occurred) continue;
+            if (r.run_type == Run::RT_Iteration || r.aggregate_name == "median")
+                ms[r.run_name.str()] = {r.GetAdjustedRealTime(), r.GetAdjustedCPUTime()};
+        }
         ConsoleReporter::ReportRuns(runs);
     }
 };
