@@ -67,6 +67,9 @@ public:
     const std::vector<int>& frameWorkers() const { return frameWorker_; }
     const std::vector<int>& frameReports() const { return frameReports_; }
     const std::vector<int>& workerPids() const { return workerPids_; }
+    // Rendering: frames written whose ImageNumber an earlier frame of the selection already had, so
+    // that their EXR file replaced the earlier one.
+    const std::vector<std::string>& overwritingFrames() const { return overwriting_; }
 
     // Frame selection: from the sorted names take indices 0, skip + 1, 2 (skip + 1), ... and keep
     // the first maxDuration of them.
@@ -93,6 +96,7 @@ private:
     std::vector<int> frameWorker_;
     std::vector<int> frameReports_;
     std::vector<int> workerPids_;
+    std::vector<std::string> overwriting_;
 };
 
 }  // namespace cinedng

@@ -38,6 +38,7 @@ struct cd_RenderResult {
     std::vector<cd_FrameFailure> failures;   // in frame order
     std::vector<int> frameWorker;            // per frame: the worker that reported it, -1 if none
     std::vector<int> frameReports;           // per frame: how many reports arrived (1 when all is well)
+    std::vector<int64_t> frameImageNumbers;  // per frame written: its ImageNumber (names its file); -1 otherwise
     std::vector<int> workerPids;             // process id of each worker
     // Statistics of worker 0, in the order loader, row locator, linearizer, debayer, writer.
     IOstats mainStats[5];

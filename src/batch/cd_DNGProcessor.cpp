@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <set>
 
 #include "cinedng/cd_ClipConverter.h"
 #include "cinedng/cd_Debayer.h"
@@ -130,6 +131,10 @@ void cd_DNGProcessor::run(cd_CommandLineOptions& options) {
         frameWorker_ = result.frameWorker;
         frameReports_ = result.frameReports;
         workerPids_ = result.workerPids;
+        std::set<int64_t> seen;
+        for (size_t i = 0; i < result.frameImageNumbers.size(); ++i)
+            if (result.frameImageNumbers[i] >= 0 && !seen.insert(result.frameImageNumbers[i]).second)
+                overwriting_.push_back(selected_[i]);
         std::copy(result.mainStats, result.mainStats + 5, stageStats);
         if (!failures_.empty()) status_ = framesFailed;
     } else {

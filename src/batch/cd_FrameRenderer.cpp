@@ -186,6 +186,7 @@ cd_RenderResult cd_FrameRenderer::renderClip(const std::vector<std::string>& nam
     result.workers = std::max(1, workers);
     result.frameWorker.assign(total, -1);
     result.frameReports.assign(total, 0);
+    result.frameImageNumbers.assign(total, -1);
     std::vector<std::string> reasons(total);
     std::vector<char> failed(total, 0);
 
@@ -210,7 +211,8 @@ cd_RenderResult cd_FrameRenderer::renderClip(const std::vector<std::string>& nam
             for (int i = w; i < total; i += result.workers) {
                 try {
                     renderFrame(i);
-                    writeMessage(fds[1], frameDone, i, w, nullptr, 0);
+                    const uint32_t imageNumber = meta_.imageNumber;
+                    writeMessage(fds[1], frameDone, i, w, &imageNumber, sizeof imageNumber);
                 } catch (const std::exception& e) {
                     anyFailed = true;
                     const std::string reason = e.what();
@@ -263,7 +265,13 @@ cd_RenderResult cd_FrameRenderer::renderClip(const std::vector<std::string>& nam
                 ++result.frameReports[h.frame];
                 result.frameWorker[h.frame] = h.worker;
                 failed[h.frame] = h.kind == frameFailed;
-                reasons[h.frame].assign(reinterpret_cast<const char*>(payload), h.payloadSize);
+                if (h.kind == frameFailed) {
+                    reasons[h.frame].assign(reinterpret_cast<const char*>(payload), h.payloadSize);
+                } else if (h.payloadSize == sizeof(uint32_t)) {
+                    uint32_t imageNumber;
+                    std::memcpy(&imageNumber, payload, sizeof imageNumber);
+                    result.frameImageNumbers[h.frame] = imageNumber;
+                }
                 ++done;
             }
             at += sizeof h + h.payloadSize;

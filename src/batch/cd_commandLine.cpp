@@ -222,6 +222,11 @@ int cd_commandLine::run(Request& request, bool progress) {
         cd_DNGProcessor processor(options, extras);
         for (const cd_FrameFailure& f : processor.failures())
             std::cerr << "dngprocessor: frame " << f.name << " failed: " << f.reason << std::endl;
+        if (!processor.overwritingFrames().empty())
+            std::cerr << "dngprocessor: warning: " << processor.overwritingFrames().size()
+                      << " frames repeat the ImageNumber of an earlier frame (first: "
+                      << processor.overwritingFrames().front()
+                      << "); the EXR files are named by ImageNumber, so their files replaced earlier ones" << std::endl;
         if (request.render && processor.status() != cd_DNGProcessor::noInputFiles &&
             processor.status() != cd_DNGProcessor::lookSourceError) {
             std::cout << "\n" << processor.framesWritten() << " of " << processor.selectedFrames().size()

@@ -400,3 +400,20 @@ TEST(BatchDeathTest, LookSourceWithoutPositiveCameraMatrixStops) {
     EXPECT_DEATH(cd_DNGProcessor p(o), "look.CameraToXYZMtx.sum\\(\\) > 0");
 #endif
 }
+
+TEST(BatchWorkers, RepeatedImageNumbersAreNamed) {
+    // Files are named by ImageNumber: a later frame with the number of an earlier one replaces its
+    // file, and the run says which frames did.
+    const std::string clip = scratchFolder("clip");
+    const std::string out = scratchFolder("out");
+    demo::writeDemoClip(clip, smallClip(2, 32, 24));
+    demo::DemoClipSpec again = smallClip(1, 32, 24);
+    again.namePrefix = "z_";
+    demo::writeDemoClip(clip, again);  // ImageNumber 0 again
+    cd_CommandLineOptions o = optionsFor(clip, out);
+    std::unique_ptr<cd_DNGProcessor> p;
+    captured([&] { p = std::make_unique<cd_DNGProcessor>(o, renderExtras()); });
+    ASSERT_EQ(p->status(), cd_DNGProcessor::ok);
+    EXPECT_EQ(p->overwritingFrames(), std::vector<std::string>{"z_000000.dng"});
+    EXPECT_EQ(exrFiles(out), (std::vector<std::string>{"frame000000.exr", "frame000001.exr"}));
+}
