@@ -178,6 +178,13 @@ TEST(CommandExecutable, DemoRendersItsClip) {
     const Exec e = runCommand("--demo -o '" + out + "'");
     ASSERT_EQ(e.code, 0) << e.out;
     EXPECT_NE(e.out.find("Demo clip: 12 frames"), std::string::npos) << e.out;
+    // The clip went to a fresh folder under /tmp: remove it again.
+    const size_t in = e.out.find(" in /tmp/cinedng-demo-");
+    ASSERT_NE(in, std::string::npos) << e.out;
+    const std::string clipDir = e.out.substr(in + 4, e.out.find('\n', in) - in - 4);
+    EXPECT_EQ(demo::demoFrameName(demo::DemoClipSpec{}, 0), "demo_000000.dng");
+    EXPECT_TRUE(fs::exists(clipDir + "/demo_000000.dng")) << clipDir;
+    fs::remove_all(fs::path(clipDir).parent_path());
     const auto files = exrFiles(out);
     ASSERT_EQ(files.size(), 12u);
     const ExrImage img = readExr(out + files[5]);
