@@ -9,8 +9,6 @@
 // through a pipe, so that a failing frame never stops the others, a worker that dies is noticed,
 // and a progress line can be kept up to date.
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,18 +16,9 @@
 #include "cinedng/cd_DNGTags.h"
 #include "cinedng/cd_ScanLineAccess.h"
 #include "cinedng/cd_genericStructs.h"
+#include "cinedng/cd_zeroedFloats.h"
 
 namespace cinedng {
-
-// A zero-filled float buffer whose pages are committed only when first written. Large buffers that
-// worker processes inherit are allocated this way: pages the parent never touched are not copied
-// for every worker that writes them.
-struct cd_freeDeleter {
-    void operator()(float* p) const { std::free(p); }
-};
-using cd_zeroedFloats = std::unique_ptr<float[], cd_freeDeleter>;
-// n zero floats; raises "cd_FrameRenderer - the image buffer could not be allocated" on failure.
-cd_zeroedFloats cd_allocateZeroedFloats(size_t n);
 
 // What a rendering run reports back.
 struct cd_RenderResult {

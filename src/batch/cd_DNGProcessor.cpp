@@ -109,7 +109,7 @@ void cd_DNGProcessor::run(cd_CommandLineOptions& options) {
     convertParams.threads = options.Threads;
     convertParams.benchmarkRuns = options.BenchmarkRuns;
     cd_ClipConverter converter;
-    const cd_zeroedFloats rawImage = cd_allocateZeroedFloats(static_cast<size_t>(std::max(0, look.inputRows)) *
+    const cd_zeroedFloats rawImage(static_cast<size_t>(std::max(0, look.inputRows)) *
                                                              static_cast<size_t>(std::max(0, look.inputCols)));
     converter.setRawImagePixels(rawImage.get());
     converter.configure(convertParams, look, options.VerboseMode);

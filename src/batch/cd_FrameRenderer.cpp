@@ -68,12 +68,6 @@ void clearProgress(bool progress) {
 
 }  // namespace
 
-cd_zeroedFloats cd_allocateZeroedFloats(size_t n) {
-    float* p = static_cast<float*>(std::calloc(n == 0 ? 1 : n, sizeof(float)));
-    if (p == nullptr) throw cd_exception("cd_FrameRenderer - the image buffer could not be allocated");
-    return cd_zeroedFloats(p);
-}
-
 int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags) {
     if (stages.loader == nullptr || stages.rowLocator == nullptr || stages.linearizer == nullptr ||
         stages.debayer == nullptr || stages.writer == nullptr)
@@ -96,7 +90,7 @@ int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags)
     stages_ = stages;
     inputRows_ = tags.inputRows;
     outputRows_ = tags.outputRows;
-    rawImage_ = cd_allocateZeroedFloats(static_cast<size_t>(tags.inputRows) * static_cast<size_t>(tags.inputCols));
+    rawImage_ = cd_zeroedFloats(static_cast<size_t>(tags.inputRows) * static_cast<size_t>(tags.inputCols));
     rgbRow_.assign(static_cast<size_t>(tags.outputCols) * 3, 0.0f);
 
     linearParams lp;
