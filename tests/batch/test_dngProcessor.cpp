@@ -9,6 +9,7 @@
 #include "batchTestSupport.h"
 #include "cinedng/cd_DNGProcessor.h"
 #include "cinedng/cd_exception.h"
+#include "cinedng/cd_zeroedFloats.h"
 
 using namespace cinedng;
 using namespace batchtest;
@@ -440,4 +441,23 @@ TEST(BatchWorkers, RepeatedImageNumbersAreNamed) {
     ASSERT_EQ(p->status(), cd_DNGProcessor::ok);
     EXPECT_EQ(p->overwritingFrames(), std::vector<std::string>{"z_000000.dng"});
     EXPECT_EQ(exrFiles(out), (std::vector<std::string>{"frame000000.exr", "frame000001.exr"}));
+}
+
+TEST(BatchBuffers, ZeroedFloatsAreZeroWritableAndMoveOnly) {
+    for (size_t n : {size_t(10), size_t(3) << 20}) {  // a small zeroed allocation and a mapped one
+        cinedng::cd_zeroedFloats a(n);
+        ASSERT_NE(a.get(), nullptr);
+        EXPECT_EQ(a.size(), n);
+        EXPECT_EQ(a.get()[0], 0.0f);
+        EXPECT_EQ(a.get()[n / 2], 0.0f);
+        EXPECT_EQ(a.get()[n - 1], 0.0f);
+        a.get()[n - 1] = 1.5f;
+        float* p = a.get();
+        cinedng::cd_zeroedFloats b(std::move(a));
+        EXPECT_EQ(a.get(), nullptr);
+        EXPECT_EQ(b.get(), p);
+        EXPECT_EQ(b.get()[n - 1], 1.5f);
+        b = cinedng::cd_zeroedFloats(4);
+        EXPECT_EQ(b.size(), 4u);
+    }
 }
