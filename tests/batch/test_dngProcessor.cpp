@@ -41,7 +41,7 @@ std::vector<std::string> reportLines(const std::string& out) {
 
 TEST(BatchSelection, WalksInStepsAndCutsToMaxDuration) {
     std::vector<std::string> ten;
-    for (int i = 0; i < 10; ++i) ten.push_back("f" + std::to_string(i));
+    for (int i = 0; i < 10; ++i) ten.push_back(std::string("f").append(std::to_string(i)));
     EXPECT_EQ(cd_DNGProcessor::selectFrames(ten, 1, 3), (std::vector<std::string>{"f0", "f2", "f4"}));
     EXPECT_EQ(cd_DNGProcessor::selectFrames(ten, 0, 999999), ten);
     EXPECT_EQ(cd_DNGProcessor::selectFrames(ten, 3, 999999), (std::vector<std::string>{"f0", "f4", "f8"}));
