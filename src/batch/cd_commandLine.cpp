@@ -197,6 +197,8 @@ cd_commandLine::Request cd_commandLine::parse(const std::vector<std::string>& ar
         if (!cd_directory::validFolderName(req.options.InputFolder))
             return fail("input folder '" + req.options.InputFolder + "' cannot be opened");
     }
+    if (!req.options.LookFilename.empty() && !cd_directory::validFileName(req.options.LookFilename))
+        return fail("look file '" + req.options.LookFilename + "' cannot be opened");
     if (req.render && req.options.BenchmarkRuns != 0)
         return fail("--benchmark measures the conversion without rendering: do not combine it with --render");
     if (!req.outputGiven) req.options.OutputFolder = "./";

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <fstream>
 
 #include "batchTestSupport.h"
 #include "cinedng/cd_FrameRenderer.h"
@@ -42,13 +43,14 @@ bool haveCommand() { return fs::exists(std::string(CINEDNG_BINARY_DIR) + "/dngpr
 
 TEST(CommandLine, FlagsFillTheOptionsRecord) {
     const std::string dir = scratchFolder();
-    auto r = parse({dir, "-o", "/tmp/x", "-l", "look.dng", "-t", "4", "-s", "2", "-d", "30", "-b", "0", "-n",
+    std::ofstream(dir + "look.dng") << "x";
+    auto r = parse({dir, "-o", "/tmp/x", "-l", dir + "look.dng", "-t", "4", "-s", "2", "-d", "30", "-b", "0", "-n",
                     "shot_%04d", "-w", "1920", "-f", "dpx", "-v"});
     ASSERT_EQ(r.action, Action::run) << r.error;
     const cd_CommandLineOptions& o = r.options;
     EXPECT_EQ(o.InputFolder, dir);
     EXPECT_EQ(o.OutputFolder, "/tmp/x");
-    EXPECT_EQ(o.LookFilename, "look.dng");
+    EXPECT_EQ(o.LookFilename, dir + "look.dng");
     EXPECT_EQ(o.Threads, 4);
     EXPECT_EQ(o.SkipFrames, 2);
     EXPECT_EQ(o.MaxDuration, 30);
@@ -109,6 +111,7 @@ TEST(CommandLine, BadUsageGivesOneLineReasons) {
         {{dir + "does-not-exist"}, "input folder '" + dir + "does-not-exist' cannot be opened"},
         {{dir, dir}, "more than one input folder given ('" + dir + "')"},
         {{"--demo", dir}, "--demo writes its own clip: give no input folder"},
+        {{dir, "-l", dir + "none.dng"}, "look file '" + dir + "none.dng' cannot be opened"},
         {{dir, "--render", "-b", "3"},
          "--benchmark measures the conversion without rendering: do not combine it with --render"},
     };
