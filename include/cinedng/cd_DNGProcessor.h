@@ -21,7 +21,7 @@ namespace cinedng {
 // Options of the command beyond the options record; the defaults give the plain run.
 struct cd_BatchExtras {
     bool render = false;    // debayer and write one EXR file per frame
-    bool progress = false;  // one updating progress line on standard error while rendering
+    bool progress = false;  // one updating progress line on standard error while the workers run
 };
 
 // One frame that failed while rendering.

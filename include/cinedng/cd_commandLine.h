@@ -43,7 +43,7 @@ public:
     // Runs a parsed request of action run (for --demo the caller writes the demo clip and sets the
     // input folder first). Creates the output folder when rendering, runs the driver (its report
     // goes to standard output), then lists failed frames on standard error and says where the EXR
-    // files went. progress: show the progress line while rendering. Returns the exit code.
+    // files went. progress: show the progress line while the workers run. Returns the exit code.
     static int run(Request& request, bool progress);
 };
 

@@ -10,6 +10,7 @@
 #include "cinedng/cd_Debayer.h"
 #include "cinedng/cd_FrameRenderer.h"
 #include "cinedng/cd_assert.h"
+#include "cinedng/cd_clipProgress.h"
 #include "cinedng/cd_directory.h"
 #include "cinedng/cd_exrStructs.h"
 #include "cinedng/cd_fullColorMatrix.h"
@@ -137,6 +138,13 @@ void cd_DNGProcessor::run(cd_CommandLineOptions& options) {
                 overwriting_.push_back(selected_[i]);
         std::copy(result.mainStats, result.mainStats + 5, stageStats);
         if (!failures_.empty()) status_ = framesFailed;
+    } else if (extras_.progress) {
+        uint64_t bytes = 0;
+        for (const std::string& name : selected_)
+            bytes += static_cast<uint64_t>(std::max<int64_t>(0, cd_directory::getFileSize(inputFolder + name)));
+        cd_clipProgress progress(duration, bytes / std::max<uint64_t>(1, selected_.size()));
+        if (converter.convertClip() != 0) status_ = conversionError;
+        progress.stop();
     } else {
         if (converter.convertClip() != 0) status_ = conversionError;
     }

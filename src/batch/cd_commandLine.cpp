@@ -208,7 +208,7 @@ cd_commandLine::Request cd_commandLine::parse(const std::vector<std::string>& ar
 int cd_commandLine::run(Request& request, bool progress) {
     cd_BatchExtras extras;
     extras.render = request.render;
-    extras.progress = progress && request.render;
+    extras.progress = progress;
     cd_CommandLineOptions& options = request.options;
 
     if (request.render) {

@@ -8,6 +8,7 @@
 
 #include "batchTestSupport.h"
 #include "cinedng/cd_FrameRenderer.h"
+#include "cinedng/cd_clipProgress.h"
 #include "cinedng/cd_commandLine.h"
 
 using namespace cinedng;
@@ -195,4 +196,43 @@ TEST(CommandExecutable, DemoRendersItsClip) {
     EXPECT_EQ(img.timeCode.frame(), 5);
     EXPECT_EQ(img.width, 304);
     EXPECT_EQ(img.height, 184);
+}
+
+TEST(ClipProgress, CountsFramesReadByThisProcessAndItsWorkers) {
+    // Four "frames" of 256 kB: two read here, two by a forked worker; the last line says 4/4.
+    const std::string dir = scratchFolder();
+    const size_t frameBytes = 256 * 1024;
+    for (int i = 0; i < 4; ++i) std::ofstream(dir + "f" + std::to_string(i), std::ios::binary) << std::string(frameBytes, 'x');
+    auto readFile = [&](int i) {
+        std::ifstream f(dir + "f" + std::to_string(i), std::ios::binary);
+        std::string s(frameBytes, '\0');
+        f.read(s.data(), static_cast<std::streamsize>(s.size()));
+    };
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    {
+        cd_clipProgress progress(4, frameBytes, fds[1], 5);
+        readFile(0);
+        readFile(1);
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            readFile(2);
+            readFile(3);
+            ::usleep(200000);  // stay visible to the watcher for a good many rounds
+            ::_exit(0);
+        }
+        ASSERT_GT(pid, 0);
+        ::waitpid(pid, nullptr, 0);
+        ::usleep(30000);
+        progress.stop();
+        EXPECT_EQ(progress.framesDone(), 4);
+    }
+    ::close(fds[1]);
+    std::string out;
+    char buf[4096];
+    ssize_t n;
+    while ((n = ::read(fds[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+    ::close(fds[0]);
+    EXPECT_NE(out.find("\r\033[K   4/4 frames"), std::string::npos) << out;
+    EXPECT_EQ(out.substr(out.size() - 4), "\r\033[K");
 }
