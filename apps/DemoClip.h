@@ -21,7 +21,7 @@
 
 namespace cinedng::demo {
 
-struct DemoClipSpec {
+struct DemoClipLayout {
     uint32_t width = 320;
     uint32_t height = 192;
     int frames = 12;
@@ -89,9 +89,9 @@ inline int demoSceneAt(uint32_t x, uint32_t y, uint32_t width, uint32_t height, 
 }
 
 // Stored samples of frame k.
-inline std::vector<uint32_t> demoRaster(const DemoClipSpec& spec, int k) {
+inline std::vector<uint32_t> demoRaster(const DemoClipLayout& layout, int k) {
     const double black = 256;
-    const double white = static_cast<double>((1u << spec.bits) - 1);
+    const double white = static_cast<double>((1u << layout.bits) - 1);
     const double one[3] = {1.0, 1.0, 1.0};
     double camWhite[3];
     demoCameraRGB(one, camWhite);
@@ -112,13 +112,13 @@ inline std::vector<uint32_t> demoRaster(const DemoClipSpec& spec, int k) {
     for (int c = 0; c < 3; ++c) border[c] = stored(camWhite[c] * 0.02);
 
     static const int cfa[4] = {0, 1, 1, 2};  // RGGB
-    std::vector<uint32_t> samples(static_cast<size_t>(spec.width) * spec.height);
-    for (uint32_t y = 0; y < spec.height; ++y) {
-        uint32_t* row = samples.data() + static_cast<size_t>(y) * spec.width;
-        for (uint32_t x = 0; x < spec.width; ++x) {
+    std::vector<uint32_t> samples(static_cast<size_t>(layout.width) * layout.height);
+    for (uint32_t y = 0; y < layout.height; ++y) {
+        uint32_t* row = samples.data() + static_cast<size_t>(y) * layout.width;
+        for (uint32_t x = 0; x < layout.width; ++x) {
             const int c = cfa[(y % 2) * 2 + (x % 2)];
             double ramp = 0.0;
-            const int what = demoSceneAt(x, y, spec.width, spec.height, k, &ramp);
+            const int what = demoSceneAt(x, y, layout.width, layout.height, k, &ramp);
             row[x] = what >= 0 ? patch[what][c] : what == -1 ? border[c] : stored(camWhite[c] * ramp);
         }
     }
@@ -135,21 +135,21 @@ inline std::vector<uint8_t> demoTimeCode(int k) {
 }
 
 // The frame description of frame k.
-inline framebuilder::RawFrameSpec demoFrameSpec(const DemoClipSpec& spec, int k) {
+inline framebuilder::RawFrameSpec demoFrameFields(const DemoClipLayout& layout, int k) {
     framebuilder::RawFrameSpec f;
-    f.width = spec.width;
-    f.height = spec.height;
-    f.bits = spec.bits;
-    f.byteOrder = spec.byteOrder;
-    f.rowsPerStrip = spec.rowsPerStrip;
+    f.width = layout.width;
+    f.height = layout.height;
+    f.bits = layout.bits;
+    f.byteOrder = layout.byteOrder;
+    f.rowsPerStrip = layout.rowsPerStrip;
     f.cfaRepeatPatternDim = {2, 2};
     f.cfaPattern = {0, 1, 1, 2};
     f.blackLevelRepeatDim = {1, 1};
     f.blackLevel = {256};
-    f.whiteLevel = {(1u << spec.bits) - 1};
-    if (spec.crop) {
+    f.whiteLevel = {(1u << layout.bits) - 1};
+    if (layout.crop) {
         f.defaultCropOrigin = {8, 4};
-        f.defaultCropSize = {spec.width - 16, spec.height - 8};
+        f.defaultCropSize = {layout.width - 16, layout.height - 8};
     }
     f.colorMatrix1 = demoColorMatrix1();
     f.colorMatrix2 = demoColorMatrix2();
@@ -159,7 +159,7 @@ inline framebuilder::RawFrameSpec demoFrameSpec(const DemoClipSpec& spec, int k)
     f.baselineExposure = 0.0;
     f.timeCodes = demoTimeCode(k);
     f.frameRate = std::make_pair(25, 1);
-    f.imageNumber = spec.firstImageNumber + static_cast<uint32_t>(k);
+    f.imageNumber = layout.firstImageNumber + static_cast<uint32_t>(k);
     f.make = "cinedng";
     f.model = "demo chart";
     f.uniqueCameraModel = "cinedng demo chart";
@@ -170,20 +170,20 @@ inline framebuilder::RawFrameSpec demoFrameSpec(const DemoClipSpec& spec, int k)
 }
 
 // The file name of frame k.
-inline std::string demoFrameName(const DemoClipSpec& spec, int k) {
+inline std::string demoFrameName(const DemoClipLayout& layout, int k) {
     char name[64];
     std::snprintf(name, sizeof name, "%06d.dng", k);
-    return spec.namePrefix + name;
+    return layout.namePrefix + name;
 }
 
 // Writes the clip into folder (which must exist); returns the file names in frame order.
-inline std::vector<std::string> writeDemoClip(const std::string& folder, const DemoClipSpec& spec = {}) {
+inline std::vector<std::string> writeDemoClip(const std::string& folder, const DemoClipLayout& layout = {}) {
     std::vector<std::string> names;
     std::string dir = folder;
     if (!dir.empty() && dir.back() != '/') dir += '/';
-    for (int k = 0; k < spec.frames; ++k) {
-        names.push_back(demoFrameName(spec, k));
-        framebuilder::writeRawFrame(dir + names.back(), demoFrameSpec(spec, k), demoRaster(spec, k));
+    for (int k = 0; k < layout.frames; ++k) {
+        names.push_back(demoFrameName(layout, k));
+        framebuilder::writeRawFrame(dir + names.back(), demoFrameFields(layout, k), demoRaster(layout, k));
     }
     return names;
 }

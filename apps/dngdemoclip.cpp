@@ -24,7 +24,7 @@ bool number(const char* text, long lo, long hi, long& value) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    cinedng::demo::DemoClipSpec spec;
+    cinedng::demo::DemoClipLayout layout;
     std::string folder;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
@@ -39,15 +39,15 @@ int main(int argc, char** argv) {
             return v;
         };
         if (a == "--width") {
-            spec.width = static_cast<uint32_t>(value(32, 32000));
+            layout.width = static_cast<uint32_t>(value(32, 32000));
         } else if (a == "--height") {
-            spec.height = static_cast<uint32_t>(value(32, 32000));
+            layout.height = static_cast<uint32_t>(value(32, 32000));
         } else if (a == "--frames") {
-            spec.frames = static_cast<int>(value(1, 100000));
+            layout.frames = static_cast<int>(value(1, 100000));
         } else if (a == "--bits") {
-            spec.bits = static_cast<int>(value(10, 16));
+            layout.bits = static_cast<int>(value(10, 16));
         } else if (a == "--big-endian") {
-            spec.byteOrder = cinedng::framebuilder::ByteOrder::MM;
+            layout.byteOrder = cinedng::framebuilder::ByteOrder::MM;
         } else if (!a.empty() && a[0] != '-' && folder.empty()) {
             folder = a;
         } else {
@@ -62,8 +62,8 @@ int main(int argc, char** argv) {
     }
     std::filesystem::create_directories(folder);
     try {
-        const auto names = cinedng::demo::writeDemoClip(folder, spec);
-        std::cout << names.size() << " frames of " << spec.width << " x " << spec.height << " (" << spec.bits
+        const auto names = cinedng::demo::writeDemoClip(folder, layout);
+        std::cout << names.size() << " frames of " << layout.width << " x " << layout.height << " (" << layout.bits
                   << "-bit) written to " << folder << std::endl;
     } catch (const std::exception& e) {
         std::cerr << "dngdemoclip: " << e.what() << std::endl;

@@ -40,9 +40,9 @@ int main(int argc, char** argv) {
         const std::string clip = base + "/clip";
         std::filesystem::create_directories(clip);
         try {
-            const cinedng::demo::DemoClipSpec spec;
-            const std::vector<std::string> names = cinedng::demo::writeDemoClip(clip, spec);
-            std::cout << "Demo clip: " << names.size() << " frames of " << spec.width << " x " << spec.height
+            const cinedng::demo::DemoClipLayout layout;
+            const std::vector<std::string> names = cinedng::demo::writeDemoClip(clip, layout);
+            std::cout << "Demo clip: " << names.size() << " frames of " << layout.width << " x " << layout.height
                       << " (12-bit) in " << clip << std::endl;
         } catch (const std::exception& e) {
             std::cerr << "dngprocessor: the demo clip could not be written: " << e.what() << std::endl;

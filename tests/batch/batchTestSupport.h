@@ -35,8 +35,8 @@ inline std::string scratchFolder(const std::string& leaf = "") {
 }
 
 // A small synthetic clip (the demo chart) of `frames` frames.
-inline cinedng::demo::DemoClipSpec smallClip(int frames, uint32_t width = 64, uint32_t height = 48) {
-    cinedng::demo::DemoClipSpec s;
+inline cinedng::demo::DemoClipLayout smallClip(int frames, uint32_t width = 64, uint32_t height = 48) {
+    cinedng::demo::DemoClipLayout s;
     s.frames = frames;
     s.width = width;
     s.height = height;

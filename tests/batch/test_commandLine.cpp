@@ -186,7 +186,7 @@ TEST(CommandExecutable, DemoRendersItsClip) {
     const size_t in = e.out.find(" in /tmp/cinedng-demo-");
     ASSERT_NE(in, std::string::npos) << e.out;
     const std::string clipDir = e.out.substr(in + 4, e.out.find('\n', in) - in - 4);
-    EXPECT_EQ(demo::demoFrameName(demo::DemoClipSpec{}, 0), "demo_000000.dng");
+    EXPECT_EQ(demo::demoFrameName(demo::DemoClipLayout{}, 0), "demo_000000.dng");
     EXPECT_TRUE(fs::exists(clipDir + "/demo_000000.dng")) << clipDir;
     fs::remove_all(fs::path(clipDir).parent_path());
     const auto files = exrFiles(out);

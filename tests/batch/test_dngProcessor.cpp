@@ -277,9 +277,9 @@ TEST(BatchRun, LookSourceDefaultsToFirstSelectedFrame) {
     // Frame 0 of the folder is 64 wide, the others 48: with an empty LookFilename the geometry
     // comes from the first selected frame.
     const std::string clip = scratchFolder("clip");
-    demo::DemoClipSpec a = smallClip(1, 64, 32);
+    demo::DemoClipLayout a = smallClip(1, 64, 32);
     demo::writeDemoClip(clip, a);
-    demo::DemoClipSpec b = smallClip(3, 48, 32);
+    demo::DemoClipLayout b = smallClip(3, 48, 32);
     b.namePrefix = "z_";
     demo::writeDemoClip(clip, b);
     cd_CommandLineOptions o = optionsFor(clip, scratchFolder("out"));
@@ -351,9 +351,9 @@ TEST(BatchWorkers, CorruptFrameIsReportedAndTheRestWritten) {
     }
     {
         // Frame 10 has another bit depth than the clip.
-        demo::DemoClipSpec odd = smallClip(1, 32, 24);
+        demo::DemoClipLayout odd = smallClip(1, 32, 24);
         odd.bits = 14;
-        framebuilder::writeRawFrame(clip + names[10], demo::demoFrameSpec(odd, 10), demo::demoRaster(odd, 10));
+        framebuilder::writeRawFrame(clip + names[10], demo::demoFrameFields(odd, 10), demo::demoRaster(odd, 10));
     }
     cd_CommandLineOptions o = optionsFor(clip, out);
     o.Threads = 2;
@@ -386,11 +386,11 @@ TEST(BatchWorkers, WorkerThatDiesLeavesItsFramesFailed) {
     out += std::string(245 - out.size() - 1, 'o') + "/";
     ASSERT_EQ(out.size(), 245u);
     fs::create_directories(out);
-    const demo::DemoClipSpec spec = smallClip(12, 32, 24);
-    const auto names = demo::writeDemoClip(clip, spec);
-    framebuilder::RawFrameSpec f = demo::demoFrameSpec(spec, 3);
+    const demo::DemoClipLayout layout = smallClip(12, 32, 24);
+    const auto names = demo::writeDemoClip(clip, layout);
+    framebuilder::RawFrameSpec f = demo::demoFrameFields(layout, 3);
     f.imageNumber = 4000000000u;
-    framebuilder::writeRawFrame(clip + names[3], f, demo::demoRaster(spec, 3));
+    framebuilder::writeRawFrame(clip + names[3], f, demo::demoRaster(layout, 3));
     cd_CommandLineOptions o = optionsFor(clip, out);
     o.Threads = 2;
     o.OutputFilenameTemplate = "f%u";
@@ -412,12 +412,12 @@ TEST(BatchWorkers, WorkerThatDiesLeavesItsFramesFailed) {
 TEST(BatchDeathTest, LookSourceWithoutPositiveCameraMatrixStops) {
     // A colour matrix of minus the identity gives a camera-to-XYZ matrix whose sum is -3.
     const std::string clip = scratchFolder("clip");
-    demo::DemoClipSpec spec = smallClip(1, 32, 24);
-    framebuilder::RawFrameSpec f = demo::demoFrameSpec(spec, 0);
+    demo::DemoClipLayout layout = smallClip(1, 32, 24);
+    framebuilder::RawFrameSpec f = demo::demoFrameFields(layout, 0);
     f.colorMatrix1 = {-1, 0, 0, 0, -1, 0, 0, 0, -1};
     f.colorMatrix2.clear();
     f.calibrationIlluminant2.reset();
-    framebuilder::writeRawFrame(clip + "negative.dng", f, demo::demoRaster(spec, 0));
+    framebuilder::writeRawFrame(clip + "negative.dng", f, demo::demoRaster(layout, 0));
     cd_CommandLineOptions o = optionsFor(clip, scratchFolder("out"));
 #ifdef CINEDNG_ASSERT_THROWS
     EXPECT_THROW(cd_DNGProcessor p(o), cd_exception);
@@ -432,7 +432,7 @@ TEST(BatchWorkers, RepeatedImageNumbersAreNamed) {
     const std::string clip = scratchFolder("clip");
     const std::string out = scratchFolder("out");
     demo::writeDemoClip(clip, smallClip(2, 32, 24));
-    demo::DemoClipSpec again = smallClip(1, 32, 24);
+    demo::DemoClipLayout again = smallClip(1, 32, 24);
     again.namePrefix = "z_";
     demo::writeDemoClip(clip, again);  // ImageNumber 0 again
     cd_CommandLineOptions o = optionsFor(clip, out);

@@ -138,12 +138,12 @@ TEST(RenderByteOrder, BothOrdersGiveTheSamePixelsAndTheFrameMetadata) {
         for (auto order : {framebuilder::ByteOrder::II, framebuilder::ByteOrder::MM}) {
             const std::string clip = scratchFolder(order == framebuilder::ByteOrder::II ? "clipII" : "clipMM");
             const std::string out = scratchFolder(order == framebuilder::ByteOrder::II ? "outII" : "outMM");
-            demo::DemoClipSpec spec = smallClip(3, 64, 48);
-            spec.bits = bits;
-            spec.byteOrder = order;
-            spec.rowsPerStrip = 16;  // three strips
-            spec.firstImageNumber = 100;
-            demo::writeDemoClip(clip, spec);
+            demo::DemoClipLayout layout = smallClip(3, 64, 48);
+            layout.bits = bits;
+            layout.byteOrder = order;
+            layout.rowsPerStrip = 16;  // three strips
+            layout.firstImageNumber = 100;
+            demo::writeDemoClip(clip, layout);
             cd_CommandLineOptions o = optionsFor(clip, out);
             RunOutput r;
             auto p = render(o, &r);
