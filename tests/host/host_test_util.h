@@ -53,7 +53,7 @@ inline std::vector<uint32_t> clipRaster(const fb::RawFrameSpec& s, int index) {
     return fb::makeTestRaster(s.width, s.height, s.bits, 7u * static_cast<uint32_t>(index) + 1u);
 }
 
-// Writes `frames` frames of the spec into folder as clip_000.dng, clip_001.dng, ...; returns the paths.
+// Writes `frames` frames of that layout into folder as clip_000.dng, clip_001.dng, ...; returns the paths.
 inline std::vector<std::string> writeClip(const std::string& folder, const fb::RawFrameSpec& s, int frames) {
     std::vector<std::string> paths;
     for (int i = 0; i < frames; ++i) {
