@@ -28,7 +28,7 @@ public:
     // 1858 < year < 2099, 1 <= month <= 12, 1 <= day <= daysInMonth(month).
     bool goodDateQ() const;
     // Modified Julian Date in unsigned 32-bit arithmetic (wraps for dates before 1858-11-17).
-    // A month outside 1..13 raises a cd_exception.
+    // A month above 13 raises a cd_exception.
     unsigned mjd() const;
     // YYYY-MM-DD, zero-padded.
     std::string str() const;

@@ -89,8 +89,8 @@ int cd_openEXRWriter::configure(MetaWriteClip& m) {
     CD_ASSERT(outputCols > 0);
     CD_ASSERT(outputFolder != "");
     CD_ASSERT(outputFilenameTemplate != "");
-    if (colorMatrixFromSourceRGBToOutputRGB.size() != 9) {
-        throw cd_exception("cd_openEXRWriter - color matrix must have 9 entries");
+    if (colorMatrixFromSourceRGBToOutputRGB.size() < 9) {
+        throw cd_exception("cd_openEXRWriter - color matrix needs at least 9 entries");
     }
     if (!templateTakesOneInteger(outputFilenameTemplate)) {
         throw cd_exception("cd_openEXRWriter - output file name template must take one integer");

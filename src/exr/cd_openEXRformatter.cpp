@@ -106,7 +106,7 @@ void cd_openEXRformatter::getImageDimensions() {
     const box2i& w = headerInfo.dataWindow;
     const int64_t h = static_cast<int64_t>(w.yMax) - w.yMin + 1;
     const int64_t wd = static_cast<int64_t>(w.xMax) - w.xMin + 1;
-    if (h <= 0 || wd <= 0 || h > 0xFFFFFFFF || wd > 0xFFFFFFFF) {
+    if (h < 0 || wd < 0 || h > 0xFFFFFFFF || wd > 0xFFFFFFFF) {
         throw cd_exception("cd_openEXRformatter - invalid data window");
     }
     rows = static_cast<uint32_t>(h);

@@ -63,7 +63,8 @@ bool cd_ymd::goodDateQ() const {
 }
 
 unsigned cd_ymd::mjd() const {
-    if (month < 1 || month > 13) throw cd_exception("cd_ymd - month out of range");
+    // Month 0 sums no months; above 13 the sum would run past the month table.
+    if (month > 13) throw cd_exception("cd_ymd - month out of range");
     uint32_t n = day - kMjdDayOfYear;
     for (uint32_t y = 1858; y < year; ++y) n += daysInYear(y);
     for (uint32_t m = 1; m < month; ++m) n += daysInMonth(m);
