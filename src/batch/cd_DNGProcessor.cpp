@@ -50,8 +50,10 @@ void cd_DNGProcessor::run(cd_CommandLineOptions& options) {
     cd_timing timer;
 
     // 1. The frames of the input folder, sorted, and the selection.
+    // Frame paths are the folder and the name joined as they stand: the folder needs its "/". An
+    // empty folder stays empty (the listing refuses it) rather than becoming the root folder.
     std::string inputFolder = options.InputFolder;
-    cd_directory::cleanupFolderName(inputFolder);
+    if (!inputFolder.empty()) cd_directory::cleanupFolderName(inputFolder);
     allFrames_ = listFrames(inputFolder);
     if (allFrames_.empty()) {
         std::cerr << "No dng files in input folder" << std::endl;

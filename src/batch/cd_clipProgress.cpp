@@ -17,8 +17,10 @@ namespace cinedng {
 
 namespace {
 
-// Reads a small /proc file into buf (zero-terminated); returns the bytes read, 0 on failure.
+// Reads a small /proc file into buf, zero-terminated also when the file cannot be opened (buf
+// then holds the empty text); returns the bytes read, 0 on failure.
 size_t readSmallFile(const char* path, char* buf, size_t size) {
+    buf[0] = '\0';
     const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return 0;
     size_t got = 0;
