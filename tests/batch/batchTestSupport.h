@@ -1,19 +1,19 @@
 #pragma once
-// Helpers shared by the batch tests: scratch folders, synthetic clips, running the driver with its
-// output captured, and reading EXR files back with the OpenEXR library.
+// Helpers of the batch tests: scratch folders, synthetic clips, running the driver or a command
+// with its output captured, and reading EXR files back through the OpenEXR library.
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/wait.h>
 
 #include <OpenEXR/ImfChannelList.h>
-#include <OpenEXR/ImfFrameBuffer.h>
 #include <OpenEXR/ImfHeader.h>
-#include <OpenEXR/ImfInputFile.h>
+#include <OpenEXR/ImfRgbaFile.h>
 #include <OpenEXR/ImfIntAttribute.h>
 #include <OpenEXR/ImfTimeCodeAttribute.h>
 
+#include <algorithm>
 #include <filesystem>
-#include <string>
-#include <vector>
+#include <memory>
+#include <optional>
 
 #include "../../apps/DemoClip.h"
 #include "cinedng/cd_DNGProcessor.h"
@@ -21,59 +21,65 @@
 namespace batchtest {
 
 namespace fs = std::filesystem;
+using namespace cinedng;
+constexpr size_t npos = std::string::npos;
+using Names = std::vector<std::string>;
 
-// An empty scratch folder for the current test, under the build folder (emptied again by the next
-// run of the same test).
-inline std::string scratchFolder(const std::string& leaf = "") {
+// An empty folder of the current test under the build folder; the path ends in "/".
+inline std::string scratchFolder(const std::string& leaf) {
     const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
-    fs::path p = fs::path(CINEDNG_BINARY_DIR) / "batch_scratch" /
-                 (std::string(info->test_suite_name()) + "." + info->name());
-    if (!leaf.empty()) p /= leaf;
+    const fs::path p = fs::path(CINEDNG_BINARY_DIR) / "batch_scratch" /
+                       (std::string(info->test_suite_name()) + "." + info->name()) / leaf;
     fs::remove_all(p);
     fs::create_directories(p);
     return p.string() + "/";
 }
 
-// A small synthetic clip (the demo chart) of `frames` frames.
-inline cinedng::demo::DemoClipLayout smallClip(int frames, uint32_t width = 64, uint32_t height = 48) {
-    cinedng::demo::DemoClipLayout s;
-    s.frames = frames;
-    s.width = width;
-    s.height = height;
-    return s;
+// Writes a demo chart clip of `frames` frames (ImageNumber k, time code 01:00:00:k); returns the names.
+inline Names writeClip(const std::string& folder, int frames, uint32_t width = 32, uint32_t height = 24,
+                       const std::string& prefix = "demo_") {
+    demo::DemoClipLayout layout{width, height, frames};
+    layout.namePrefix = prefix;
+    return demo::writeDemoClip(folder, layout);
 }
 
-// Output of one driver run.
-struct RunOutput {
-    std::string out;
-    std::string err;
-};
-
-// Runs the driver with standard output and error captured.
-template <class F>
-RunOutput captured(F&& run) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    run();
-    RunOutput o;
-    o.out = testing::internal::GetCapturedStdout();
-    o.err = testing::internal::GetCapturedStderr();
+inline cd_CommandLineOptions optionsFor(const std::string& input, const std::string& output) {
+    cd_CommandLineOptions o;
+    o.InputFolder = input;
+    o.OutputFolder = output;
     return o;
 }
 
-inline std::vector<std::string> splitLines(const std::string& s) {
-    std::vector<std::string> lines;
-    size_t at = 0;
-    while (at <= s.size()) {
-        const size_t nl = s.find('\n', at);
-        if (nl == std::string::npos) {
-            if (at < s.size()) lines.push_back(s.substr(at));
-            break;
-        }
-        lines.push_back(s.substr(at, nl - at));
-        at = nl + 1;
-    }
-    return lines;
+struct DriverRun {
+    std::unique_ptr<cd_DNGProcessor> p;
+    std::string out, err;
+};
+
+// Runs the driver (with --render when `render`), standard output and error captured.
+inline DriverRun runDriver(cd_CommandLineOptions o, bool render = false) {
+    DriverRun r;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    r.p = std::make_unique<cd_DNGProcessor>(o, cd_BatchExtras{render});
+    r.out = testing::internal::GetCapturedStdout();
+    r.err = testing::internal::GetCapturedStderr();
+    return r;
+}
+
+// Runs a shell command, standard error joined to standard output.
+struct Exec {
+    int code = -1;
+    std::string out;
+};
+inline Exec shell(const std::string& command) {
+    Exec e;
+    FILE* p = ::popen((command + " 2>&1").c_str(), "r");
+    if (p == nullptr) return e;
+    char buf[4096];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) e.out.append(buf, n);
+    const int status = ::pclose(p);
+    e.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return e;
 }
 
 // The EXR files of a folder, sorted by name.
@@ -85,69 +91,31 @@ inline std::vector<std::string> exrFiles(const std::string& folder) {
     return names;
 }
 
-// An EXR file read back through the OpenEXR library.
+// An EXR file as the OpenEXR library reads it.
 struct ExrImage {
-    int width = 0;
-    int height = 0;
-    Imath::Box2i dataWindow;
-    std::vector<std::string> channels;            // names with pixel type HALF
-    bool allHalf = true;
-    std::vector<float> r, g, b;                   // width * height each
-    bool hasTimeCode = false;
-    Imf::TimeCode timeCode;
-    bool hasImageNumber = false;
-    int imageNumber = 0;
+    int width = 0, height = 0;
+    std::string channels;  // name and type of each channel, in header order: "B half G half R half "
+    std::vector<Imf::Rgba> pixels;
+    std::optional<Imf::TimeCode> timeCode;
+    std::optional<int> imageNumber;
 };
 
 inline ExrImage readExr(const std::string& path) {
     ExrImage img;
-    Imf::InputFile file(path.c_str());
+    Imf::RgbaInputFile file(path.c_str());
     const Imf::Header& h = file.header();
-    img.dataWindow = h.dataWindow();
-    img.width = img.dataWindow.max.x - img.dataWindow.min.x + 1;
-    img.height = img.dataWindow.max.y - img.dataWindow.min.y + 1;
-    for (auto it = h.channels().begin(); it != h.channels().end(); ++it) {
-        img.channels.push_back(it.name());
-        if (it.channel().type != Imf::HALF) img.allHalf = false;
-    }
-    if (const auto* tc = h.findTypedAttribute<Imf::TimeCodeAttribute>("timeCode")) {
-        img.hasTimeCode = true;
-        img.timeCode = tc->value();
-    }
-    if (const auto* n = h.findTypedAttribute<Imf::IntAttribute>("imagenumber")) {
-        img.hasImageNumber = true;
-        img.imageNumber = n->value();
-    }
-    const size_t count = static_cast<size_t>(img.width) * img.height;
-    img.r.resize(count);
-    img.g.resize(count);
-    img.b.resize(count);
-    Imf::FrameBuffer fb;
-    const long origin = static_cast<long>(img.dataWindow.min.x) + static_cast<long>(img.dataWindow.min.y) * img.width;
-    auto slice = [&](std::vector<float>& v) {
-        return Imf::Slice(Imf::FLOAT, reinterpret_cast<char*>(v.data() - origin), sizeof(float),
-                          sizeof(float) * img.width);
-    };
-    fb.insert("R", slice(img.r));
-    fb.insert("G", slice(img.g));
-    fb.insert("B", slice(img.b));
-    file.setFrameBuffer(fb);
-    file.readPixels(img.dataWindow.min.y, img.dataWindow.max.y);
+    const Imath::Box2i window = h.dataWindow();
+    img.width = window.max.x - window.min.x + 1;
+    img.height = window.max.y - window.min.y + 1;
+    for (auto it = h.channels().begin(); it != h.channels().end(); ++it)
+        img.channels += std::string(it.name()) + (it.channel().type == Imf::HALF ? " half " : " other ");
+    if (const auto* tc = h.findTypedAttribute<Imf::TimeCodeAttribute>("timeCode")) img.timeCode = tc->value();
+    if (const auto* n = h.findTypedAttribute<Imf::IntAttribute>("imagenumber")) img.imageNumber = n->value();
+    if (window.min.x != 0 || window.min.y != 0) return img;  // our files start at (0, 0)
+    img.pixels.resize(static_cast<size_t>(img.width) * img.height);
+    file.setFrameBuffer(img.pixels.data(), 1, img.width);
+    file.readPixels(0, window.max.y);
     return img;
-}
-
-// Options of a run on `input` writing to `output`.
-inline cinedng::cd_CommandLineOptions optionsFor(const std::string& input, const std::string& output) {
-    cinedng::cd_CommandLineOptions o;
-    o.InputFolder = input;
-    o.OutputFolder = output;
-    return o;
-}
-
-inline cinedng::cd_BatchExtras renderExtras() {
-    cinedng::cd_BatchExtras x;
-    x.render = true;
-    return x;
 }
 
 }  // namespace batchtest
