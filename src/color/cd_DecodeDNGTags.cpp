@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <iostream>
 
 #include "cinedng/cd_DNGTags.h"
@@ -14,15 +15,24 @@ namespace cinedng {
 
 namespace {
 
-// Crop values are floats in the file; rounded half away from zero. Values that do not fit a
-// 32-bit integer (or are not numbers) cannot describe an image and are refused instead of being
-// converted with undefined results.
+// Crop values are floats in the file, rounded half away from zero and compared as signed 64-bit
+// values. A value that does not fit that range (or is not a number) has no integer meaning and is
+// refused instead of being converted with undefined results.
 int64_t roundCropValue(float value) {
     const double rounded = std::round(static_cast<double>(value));
-    if (!(rounded >= -2147483648.0 && rounded <= 2147483647.0)) {
+    if (!(rounded >= -9223372036854775808.0 && rounded < 9223372036854775808.0)) {
         throw cd_exception("cd_DecodeDNGTags - default crop value out of range");
     }
     return static_cast<int64_t>(rounded);
+}
+
+// The crop origin is stored in a 32-bit field; an origin outside that range is refused as well.
+int32_t roundCropOrigin(float value) {
+    const int64_t rounded = roundCropValue(value);
+    if (rounded < INT32_MIN || rounded > INT32_MAX) {
+        throw cd_exception("cd_DecodeDNGTags - default crop value out of range");
+    }
+    return static_cast<int32_t>(rounded);
 }
 
 std::valarray<float> toValarray(const std::vector<float>& v) {
@@ -66,10 +76,8 @@ int cd_DecodeDNGTags::configure(cd_DNGTags& tags, bool verboseFlag) {
     cameraCalibration2 = toValarray(tags.cameraCalibration2);
     xyz2rgbMatrix1 = toValarray(tags.xyz2rgbMatrix1);
     xyz2rgbMatrix2 = toValarray(tags.xyz2rgbMatrix2);
-    // A fresh record gets a fresh colour model (the steps below only fill empty results).
-    CameraToXYZMtx.resize(0);
-    CameraXYZWhitePoint.resize(0);
-
+    // The camera matrix is derived only while it is empty: an object that has already decoded a
+    // record keeps its camera matrix (the white point is recomputed from it).
     prepareMatrices();
     getCameraToXYZMtx();
     getCameraXYZWhitePoint();
@@ -99,14 +107,13 @@ void cd_DecodeDNGTags::decodeCropSize() {
     if (defaultCropSize.size() < 2) {
         throw cd_exception("cd_DecodeDNGTags - defaultCropSize must hold 2 values");
     }
-    const int64_t originRow = roundCropValue(defaultCropOrigin[1]);
-    const int64_t originCol = roundCropValue(defaultCropOrigin[0]);
-    cropOriginRow = static_cast<int32_t>(originRow);
-    cropOriginCol = static_cast<int32_t>(originCol);
-    outputRows = static_cast<int32_t>(
-        std::min<int64_t>(roundCropValue(defaultCropSize[1]), static_cast<int64_t>(inputRows) - originRow));
-    outputCols = static_cast<int32_t>(
-        std::min<int64_t>(roundCropValue(defaultCropSize[0]), static_cast<int64_t>(inputCols) - originCol));
+    cropOriginRow = roundCropOrigin(defaultCropOrigin[1]);
+    cropOriginCol = roundCropOrigin(defaultCropOrigin[0]);
+    // A crop larger than the active area is cut to what is left right of / below the origin.
+    outputRows = static_cast<int32_t>(std::min<int64_t>(roundCropValue(defaultCropSize[1]),
+                                                        static_cast<int64_t>(inputRows) - cropOriginRow));
+    outputCols = static_cast<int32_t>(std::min<int64_t>(roundCropValue(defaultCropSize[0]),
+                                                        static_cast<int64_t>(inputCols) - cropOriginCol));
     CD_ASSERT(outputRows > 0);
     CD_ASSERT(outputCols > 0);
 }

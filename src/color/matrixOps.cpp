@@ -251,7 +251,9 @@ std::valarray<float> matrixRGBtoXYZ(const chromaticities& c) {
 
 std::valarray<float> matrixChromaticAdaptation(const std::valarray<float>& white1,
                                                const std::valarray<float>& white2) {
-    if (white1.size() != 3 || white2.size() != 3) {
+    // The element-wise ratio of the two cone responses needs whites of one size; any other shape
+    // problem is reported by the products below.
+    if (white1.size() != white2.size()) {
         throw cd_exception("matrixOps::matrixChromaticAdaptation - matrix size mismatch");
     }
     const std::valarray<float> B = matrixBradford();
