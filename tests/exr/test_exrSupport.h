@@ -1,96 +1,51 @@
 #pragma once
-// Helpers shared by the EXR tests: an independent reader of the attribute list of a written header,
-// little-endian readers, and a scratch folder per test.
+// Helpers shared by the EXR tests: an independent reader of a written attribute list, little-endian
+// readers and a scratch folder per test.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "cinedng/cd_exception.h"
-
-// A failed CD_ASSERT stops the process (death test), or, in a build with CINEDNG_ASSERT_THROWS,
-// raises a cd_exception whose text is the condition.
-#ifdef CINEDNG_ASSERT_THROWS
-#define EXR_EXPECT_ASSERT(statement, regex)                                                          \
-    do {                                                                                             \
-        try {                                                                                        \
-            statement;                                                                               \
-            ADD_FAILURE() << "no assertion: " #statement;                                            \
-        } catch (const cinedng::cd_exception& e) {                                                   \
-            EXPECT_TRUE(::testing::internal::RE::PartialMatch(e.what(), ::testing::internal::RE(regex))) \
-                << e.what();                                                                         \
-        }                                                                                            \
-    } while (0)
-#else
-#define EXR_EXPECT_ASSERT(statement, regex) EXPECT_DEATH(statement, regex)
-#endif
-
 namespace exrtest {
 
-struct Attribute {
-    std::string name;
-    std::string type;
-    std::vector<unsigned char> value;
+using Bytes = std::vector<unsigned char>;
+
+inline uint32_t le32(const unsigned char* p) { return p[0] | (p[1] << 8) | (p[2] << 16) | (uint32_t(p[3]) << 24); }
+inline uint64_t le64(const unsigned char* p) { return le32(p) | (uint64_t(le32(p + 4)) << 32); }
+inline float lef32(const unsigned char* p) { return std::bit_cast<float>(le32(p)); }
+
+struct Header {
+    std::vector<std::string> order;                          // attribute names as written
+    std::map<std::string, std::pair<std::string, Bytes>> a;  // name -> (type, value bytes)
+    std::size_t end = 0;                                     // offset just past the closing null byte
+    const unsigned char* at(const std::string& n) const { return a.at(n).second.data(); }
 };
 
-inline uint32_t le32(const unsigned char* p) {
-    return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
-}
-inline int32_t les32(const unsigned char* p) { return static_cast<int32_t>(le32(p)); }
-inline uint64_t le64(const unsigned char* p) { return uint64_t(le32(p)) | (uint64_t(le32(p + 4)) << 32); }
-inline float lef32(const unsigned char* p) {
-    const uint32_t u = le32(p);
-    float f;
-    std::memcpy(&f, &u, 4);
-    return f;
-}
-
-// Reads the attribute list that starts after magic and version; `end` receives the offset just
-// past the terminating null byte.
-inline std::vector<Attribute> parseHeader(const std::vector<unsigned char>& bytes, std::size_t* end = nullptr) {
-    std::vector<Attribute> out;
+// Reads the attribute list that follows magic and version.
+inline Header parseHeader(const Bytes& b) {
+    Header h;
     std::size_t pos = 8;
-    auto readZ = [&](std::string& s) {
-        s.clear();
-        while (true) {
-            if (pos >= bytes.size()) throw std::runtime_error("header runs past the data");
-            const char c = static_cast<char>(bytes[pos++]);
-            if (c == '\0') return;
-            s.push_back(c);
-        }
+    auto readZ = [&] {
+        std::string s;
+        for (; pos < b.size() && b[pos] != 0; ++pos) s.push_back(static_cast<char>(b[pos]));
+        if (pos++ >= b.size()) throw std::runtime_error("header runs past the data");
+        return s;
     };
-    while (true) {
-        Attribute a;
-        readZ(a.name);
-        if (a.name.empty()) break;
-        readZ(a.type);
-        if (pos + 4 > bytes.size()) throw std::runtime_error("size runs past the data");
-        const uint32_t size = le32(&bytes[pos]);
-        pos += 4;
-        if (pos + size > bytes.size()) throw std::runtime_error("value runs past the data");
-        a.value.assign(bytes.begin() + static_cast<std::ptrdiff_t>(pos),
-                       bytes.begin() + static_cast<std::ptrdiff_t>(pos + size));
-        pos += size;
-        out.push_back(a);
+    for (std::string name = readZ(); !name.empty(); name = readZ()) {
+        const std::string type = readZ();
+        if (pos + 4 > b.size() || pos + 4 + le32(&b[pos]) > b.size()) throw std::runtime_error("value past the data");
+        const std::size_t size = le32(&b[pos]);
+        h.order.push_back(name);
+        h.a[name] = {type, Bytes(b.begin() + pos + 4, b.begin() + pos + 4 + size)};
+        pos += 4 + size;
     }
-    if (end) *end = pos;
-    return out;
-}
-
-inline std::vector<std::string> names(const std::vector<Attribute>& attrs) {
-    std::vector<std::string> n;
-    for (const Attribute& a : attrs) n.push_back(a.name);
-    return n;
-}
-
-inline const Attribute* find(const std::vector<Attribute>& attrs, const std::string& name) {
-    for (const Attribute& a : attrs)
-        if (a.name == name) return &a;
-    return nullptr;
+    h.end = pos;
+    return h;
 }
 
 // An empty folder under the build tree for the running test, with a trailing separator.
@@ -101,16 +56,6 @@ inline std::string scratchFolder() {
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     return dir.string() + "/";
-}
-
-inline std::vector<unsigned char> readFile(const std::string& path) {
-    std::vector<unsigned char> data(std::filesystem::file_size(path));
-    std::FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) throw std::runtime_error("cannot open " + path);
-    const std::size_t n = std::fread(data.data(), 1, data.size(), f);
-    std::fclose(f);
-    data.resize(n);
-    return data;
 }
 
 }  // namespace exrtest
