@@ -4,7 +4,8 @@
 // KSFormat(format, args...) follows printf, plus "%@" for an object: a std::string or C string prints
 // as itself, an object with a description() member (or a shared_ptr to one) prints its description,
 // a number prints in its shortest form. Length modifiers (l, ll, h, z) are accepted and ignored: the
-// argument's own C++ type decides how it is read.
+// argument's own C++ type decides how it is read. A floating argument of an integer conversion is
+// truncated and saturated. A width or precision from the arguments ("*") is not supported.
 // KSLog(format, args...) writes the formatted text and one line end to standard error, no prefix.
 #include <concepts>
 #include <cstdint>

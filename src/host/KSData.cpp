@@ -64,7 +64,7 @@ void KSData::reserve(size_t capacity) {
 }
 
 std::string KSData::description() const {
-    // Hex bytes between angle brackets, in groups of four.
+    // "{length = n, bytes = 0x...}": the first 24 bytes in hexadecimal, in groups of four.
     std::string s = "{length = " + std::to_string(length_) + ", bytes = 0x";
     char hex[3];
     const size_t shown = length_ <= 24 ? length_ : 24;

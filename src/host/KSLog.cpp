@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 namespace cinedng::logdetail {
 
@@ -18,6 +19,16 @@ std::string shortest(T v) {
     auto res = fixed ? std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed)
                      : std::to_chars(buf, buf + sizeof buf, v);
     return std::string(buf, res.ptr);
+}
+
+// A floating value printed with an integer conversion: truncated, saturated at the type's limits,
+// NaN as 0 (a plain conversion of an out-of-range value is undefined).
+template <typename I>
+I saturatingInteger(double v) {
+    if (!(v == v)) return 0;
+    if (v <= static_cast<double>(std::numeric_limits<I>::min())) return std::numeric_limits<I>::min();
+    if (v >= static_cast<double>(std::numeric_limits<I>::max())) return std::numeric_limits<I>::max();
+    return static_cast<I>(v);
 }
 }  // namespace
 
@@ -39,10 +50,11 @@ std::string format(const std::string& fmt, const std::vector<Arg>& args) {
             ++i;
             continue;
         }
-        // Collect flags, width and precision; skip length modifiers.
+        // Collect flags, width and precision; skip length modifiers. A width or precision taken from
+        // the arguments ("*") is not supported: the conversion is then printed as text.
         size_t j = i + 1;
-        std::string spec = "%";
-        while (j < fmt.size() && std::strchr("-+ #0123456789.*", fmt[j])) spec += fmt[j++];
+        std::string flags = "%";
+        while (j < fmt.size() && std::strchr("-+ #0123456789.", fmt[j])) flags += fmt[j++];
         while (j < fmt.size() && std::strchr("hlqLzjt", fmt[j])) ++j;
         if (j >= fmt.size()) {
             out += fmt.substr(i);
@@ -54,8 +66,8 @@ std::string format(const std::string& fmt, const std::vector<Arg>& args) {
         const Arg& a = args[next++];
         switch (conv) {
             case '@':
-                if (spec.size() > 1) {
-                    std::snprintf(buf, sizeof buf, (spec + "s").c_str(), a.s.c_str());
+                if (flags.size() > 1) {
+                    std::snprintf(buf, sizeof buf, (flags + "s").c_str(), a.s.c_str());
                     out += buf;
                 } else {
                     out += a.s;
@@ -66,11 +78,11 @@ std::string format(const std::string& fmt, const std::vector<Arg>& args) {
             case 'c': {
                 const long long v = a.kind == Arg::Signed ? a.i
                                     : a.kind == Arg::Unsigned ? static_cast<long long>(a.u)
-                                    : a.kind == Arg::Floating ? static_cast<long long>(a.f) : 0;
+                                    : a.kind == Arg::Floating ? saturatingInteger<long long>(a.f) : 0;
                 if (conv == 'c')
-                    std::snprintf(buf, sizeof buf, (spec + "c").c_str(), static_cast<int>(v));
+                    std::snprintf(buf, sizeof buf, (flags + "c").c_str(), static_cast<int>(v));
                 else
-                    std::snprintf(buf, sizeof buf, (spec + "lld").c_str(), v);
+                    std::snprintf(buf, sizeof buf, (flags + "lld").c_str(), v);
                 out += buf;
                 break;
             }
@@ -80,8 +92,8 @@ std::string format(const std::string& fmt, const std::vector<Arg>& args) {
             case 'o': {
                 const unsigned long long v = a.kind == Arg::Unsigned ? a.u
                                              : a.kind == Arg::Signed ? static_cast<unsigned long long>(a.i)
-                                             : a.kind == Arg::Floating ? static_cast<unsigned long long>(a.f) : 0;
-                std::snprintf(buf, sizeof buf, (spec + "ll" + conv).c_str(), v);
+                                             : a.kind == Arg::Floating ? saturatingInteger<unsigned long long>(a.f) : 0;
+                std::snprintf(buf, sizeof buf, (flags + "ll" + conv).c_str(), v);
                 out += buf;
                 break;
             }
@@ -96,12 +108,12 @@ std::string format(const std::string& fmt, const std::vector<Arg>& args) {
                 const double v = a.kind == Arg::Floating ? a.f
                                  : a.kind == Arg::Signed ? static_cast<double>(a.i)
                                  : a.kind == Arg::Unsigned ? static_cast<double>(a.u) : 0.0;
-                std::snprintf(buf, sizeof buf, (spec + conv).c_str(), v);
+                std::snprintf(buf, sizeof buf, (flags + conv).c_str(), v);
                 out += buf;
                 break;
             }
             case 's':
-                std::snprintf(buf, sizeof buf, (spec + "s").c_str(), a.s.c_str());
+                std::snprintf(buf, sizeof buf, (flags + "s").c_str(), a.s.c_str());
                 out += (a.s.size() < sizeof buf - 64) ? std::string(buf) : a.s;
                 break;
             case 'p':
@@ -109,7 +121,7 @@ std::string format(const std::string& fmt, const std::vector<Arg>& args) {
                 out += buf;
                 break;
             default:
-                out += spec + conv;
+                out += flags + conv;
                 break;
         }
     }
