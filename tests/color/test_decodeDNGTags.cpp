@@ -30,8 +30,8 @@ static fb::RawFrameSpec frame(std::vector<double> neutral, bool twoIlluminants =
     return s;
 }
 
-static cd_DNGTags gather(const fb::RawFrameSpec& spec) {
-    std::vector<uint8_t> bytes = fb::buildRawFrame(spec);
+static cd_DNGTags gather(const fb::RawFrameSpec& desc) {
+    std::vector<uint8_t> bytes = fb::buildRawFrame(desc);
     cd_DNGTags tags;
     EXPECT_EQ(cd_getDNGParams::getParamsForImageData(bytes.data(), static_cast<long>(bytes.size()), tags), 0);
     return tags;
