@@ -9,15 +9,6 @@ namespace cinedng {
 
 namespace {
 
-// Machine byte order of 16-bit values: "II" on little-endian processors, "MM" otherwise.
-constexpr uint16_t nativeByteOrder() {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    return 0x4D4D;
-#else
-    return 0x4949;
-#endif
-}
-
 // MSB-first bit reader: a 32-bit accumulator that grows a byte at a time while it holds fewer bits
 // than one sample. Bits above the current sample are shifted out of the top and never matter.
 struct BitReader {
@@ -179,9 +170,9 @@ int cd_getLinearRaw::configure(linearParams& params) {
     if (blackLevelRepeatDim.size() != 2)
         throw cd_exception("cd_getLinearRaw - black level repeat dimension must be 2");
 
-    // 2^bits - 1; a width of 32 or more gets the full 32-bit mask, so that such widths reach the
-    // repacking refusal of getRow.
-    sampleMask = bits >= 32 ? 0xFFFFFFFFu : (1u << bits) - 1u;
+    // 2^bits - 1 with the shift taken modulo 32. At exactly 32 bits that would be 0 and stop such
+    // samples at the mask check; they get the full mask so that they reach the repacking refusal.
+    sampleMask = bits == 32 ? 0xFFFFFFFFu : (1u << (bits % 32)) - 1u;
     bitsPerByte = 8;
     const int64_t leftBits = static_cast<int64_t>(left) * bits;
     leftByteOffset = leftBits / 8;

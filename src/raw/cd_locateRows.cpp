@@ -80,14 +80,13 @@ int cd_locateRows::locateRows(const char* buffer, unsigned long long bufferSize,
     static const char* const kStrips = "cd_locateRows - DNG strip setup invalid";
     const std::vector<uint32_t>& offsets = dngTags.stripOffsets;
     const std::vector<uint32_t>& counts = dngTags.stripByteCounts;
-    // Rows per strip: without the tag a single strip holds the whole image (the TIFF default); a
-    // value beyond the image height means the same.
+    // Rows per strip as the frame states it (not lowered to the image height). Without the tag a
+    // single strip holds the whole image (the TIFF default); several strips then cannot be laid out.
     uint64_t rowsPerStrip = dngTags.rowsPerStrip;
     if (rowsPerStrip == 0) {
         if (offsets.size() != 1) throw cd_exception(kStrips);
         rowsPerStrip = imageHeight;
     }
-    rowsPerStrip = std::min<uint64_t>(rowsPerStrip, imageHeight);
     if (counts.empty()) throw cd_exception(kStrips);
 
     // The first strip's byte count defines the row size for all strips.
