@@ -70,10 +70,10 @@ TEST(BatchRun, SkipOneMaxThreeConvertsFrames0_2_4) {
 }
 
 TEST(BatchRun, ReportLinesAndLabels) {
-    // 12 frames, 3 threads requested: 12 / 10 + 1 = 2 workers. The main process converts frames
-    // 0, 2, ..., 10 and the per-file divisor is N = floor(12 / 2 + 0.5) = 6.
+    // 15 frames, 3 threads requested: 15 / 10 + 1 = 2 workers. The main process converts frames
+    // 0, 2, ..., 14 and the per-file divisor is N = floor(15 / 2 + 0.5) = 8.
     const std::string clip = scratchFolder("clip");
-    const Names names = writeClip(clip, 12, 64, 48);
+    const Names names = writeClip(clip, 15, 64, 48);
     const double fileBytes = static_cast<double>(fs::file_size(clip + names[0]));
     cd_CommandLineOptions o = optionsFor(clip, scratchFolder("out"));
     o.Threads = 3;
@@ -81,21 +81,21 @@ TEST(BatchRun, ReportLinesAndLabels) {
     ASSERT_EQ(brief.p->status(), cd_DNGProcessor::ok) << brief.err;
     EXPECT_EQ(brief.p->workers(), 2);
     EXPECT_EQ(brief.err, "");
-    const std::string head = "\nSTATISTICS \nFrame rate (fps)        #\nClip Duration (frames)  12\n"
+    const std::string head = "\nSTATISTICS \nFrame rate (fps)        #\nClip Duration (frames)  15\n"
                              "Clip Duration (seconds) #\nImage size W x H        48 x 40\n"  // the default crop
                              "Threads used            3\n";                              // as requested
     auto lap = [](const char* what) { return std::string("   Duration = # ms for ") + what + " conversion\n"; };
     EXPECT_EQ(masked(brief.out), lap("preparing") + lap("completing") + head);
     const double T = valueOf(brief.out, "Clip Duration (seconds) ");
-    EXPECT_NEAR(valueOf(brief.out, "Frame rate (fps)        "), 12 / T, 12 / T * 1e-4);
+    EXPECT_NEAR(valueOf(brief.out, "Frame rate (fps)        "), 15 / T, 15 / T * 1e-4);
 
     // Verbose. Per file: one frame file, 8 bytes of row pointer per stored row, 4 bytes per active
-    // photosite; the main process read six frame files. Nothing is debayered or written.
+    // photosite; the main process read eight frame files. Nothing is debayered or written.
     o.VerboseMode = true;
     const DriverRun r = runDriver(o);
     EXPECT_EQ(masked(r.out),
               lap("preparing") + "All threads exited successfully\n" + lap("completing") + head +
-                  "\nFor main thread: \nBytes Read (MB)                  " + mb(6 * fileBytes) +
+                  "\nFor main thread: \nBytes Read (MB)                  " + mb(8 * fileBytes) +
                   "\nBytes Written (MB)               0\nI/O rate (MBps)\t\t\t\t  #\nFrame duration (ms)\t\t\t  #\n"
                   "File operations (times per file) \n Input file size (MB)\t\t\t  " + mb(fileBytes) +
                   "\n Get input file size (ms)        #\n Open input file (ms)            #\n"
