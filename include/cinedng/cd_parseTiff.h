@@ -165,12 +165,13 @@ public:
     srational getSRATIONAL(const unsigned char* p) const;
 
     // Pointer to the 12-byte entry with that tag in that IFD (first match), or null (also for a
-    // null IFD). An IFD that runs past the end of the buffer raises.
+    // null IFD). The scan raises when it reaches an entry that runs past the end of the buffer.
     const unsigned char* searchIFD(int tag, const IFD* ifd) const;
     // Searches the sub-IFD first, then IFD 0. Sets status to 0, or 1010 when the tag is absent.
     const unsigned char* locateTag(int tag);
     // Locates the tag and fills `tag` (Tag, Type, Count, FieldSize, pValue, validBytes).
-    // Returns the status (0, 1003 for a zero field size, 1010 when absent).
+    // Returns the status (0, 1003 for a zero field size, 1010 when absent). An out-of-line value
+    // whose offset lies past the end of the buffer gets a null pValue; reading it raises.
     int getlocalIFDEntry(int tag);
 
     // Typed queries. Each returns the status; vectors and strings are emptied when the tag cannot

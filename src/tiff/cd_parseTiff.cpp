@@ -1,5 +1,6 @@
 #include "cinedng/cd_parseTiff.h"
 
+#include <algorithm>
 #include <bit>
 #include <cfloat>
 #include <cmath>
@@ -164,10 +165,13 @@ const unsigned char* cd_parseTiff::searchIFD(int tagCode, const IFD* ifd) const 
     if (start > imageBufferSize || imageBufferSize - start < 2)
         throw cd_exception("cd_parseTiff - IFD lies outside the frame buffer");
     const unsigned short count = getSHORT(ifd);
-    if (imageBufferSize - start - 2 < 12ull * count)
-        throw cd_exception("cd_parseTiff - IFD entries run past the end of the frame buffer");
-    const unsigned char* entry = ifd + 2;
-    for (unsigned i = 0; i < count; ++i, entry += 12) {
+    // Entries are checked one by one as the scan reaches them: a tag found before the point where a
+    // cut IFD ends still reads.
+    const uint64_t room = imageBufferSize - start - 2;
+    for (unsigned i = 0; i < count; ++i) {
+        if (room < 12ull * (i + 1ull))
+            throw cd_exception("cd_parseTiff - IFD entries run past the end of the frame buffer");
+        const unsigned char* entry = ifd + 2 + 12ull * i;
         if (getSHORT(entry) == static_cast<unsigned short>(tagCode) && tagCode >= 0 && tagCode <= 0xFFFF) return entry;
     }
     return nullptr;
@@ -194,10 +198,13 @@ int cd_parseTiff::getlocalIFDEntry(int tagCode) {
     const unsigned char* valueField = entry + 8;
     if (tag.FieldSize >= 5) {
         const unsigned int offset = getOFFSET(valueField);
-        if (offset > imageBufferSize || imageBufferSize - offset < tag.FieldSize) {
+        if (offset >= imageBufferSize) {
+            // Nothing is read here: the entry is still handed out (its type and count may be all the
+            // caller looks at), and any read of its value raises. A value that starts inside the
+            // buffer but runs past its end is caught by the reads (checkValueRange).
             tag.pValue = nullptr;
             tag.validBytes = 0;
-            throw cd_exception("cd_parseTiff - tag value lies outside the frame buffer");
+            return status;
         }
         tag.pValue = buf() + offset;
     } else {
@@ -219,6 +226,7 @@ void cd_parseTiff::printTypeDiagnostics() const {
 void cd_parseTiff::checkValueRange() const {
     // Count values of the declared type must be readable from pValue. The 32-bit FieldSize may have
     // wrapped, so the real extent is computed in 64 bits.
+    if (tag.pValue == nullptr) throw cd_exception("cd_parseTiff - tag value lies outside the frame buffer");
     const uint64_t need = static_cast<uint64_t>(tag.Count) * static_cast<uint64_t>(typeSize[tag.Type]);
     if (need > tag.validBytes) throw cd_exception("cd_parseTiff - tag value runs past the end of the frame buffer");
 }
@@ -425,8 +433,10 @@ int cd_parseTiff::getTag(tiffTagCodes code, std::string* out) {
         checkValueRange();
         out->assign(reinterpret_cast<const char*>(tag.pValue), tag.Count);
     } else if (tag.Type == TIFF_ASCII) {
-        checkValueRange();
-        const void* nul = std::memchr(tag.pValue, 0, tag.Count);
+        // The text ends at the first zero byte (at the latest after Count bytes); only the bytes up
+        // to there must lie in the buffer.
+        const void* nul = tag.pValue ? std::memchr(tag.pValue, 0, std::min<uint64_t>(tag.Count, tag.validBytes)) : nullptr;
+        if (nul == nullptr) checkValueRange();
         const size_t len = nul ? static_cast<size_t>(static_cast<const unsigned char*>(nul) - tag.pValue) : tag.Count;
         out->assign(reinterpret_cast<const char*>(tag.pValue), len);
     } else {

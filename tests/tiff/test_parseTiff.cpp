@@ -1,14 +1,9 @@
 // TIFF parser: header checks, main-image selection, the type-conversion table and its failure
 // texts, string and scalar rules, statuses, the rational repair, and the bounds checks that keep
 // every read inside the frame buffer.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
-#include <cmath>
-#include <functional>
-#include <cstring>
+#include <bit>
 #include <sstream>
+#include <type_traits>
 
 #include "tiff_test_util.h"
 
@@ -20,428 +15,220 @@ namespace {
 
 tiffTagCodes code(int c) { return static_cast<tiffTagCodes>(c); }
 
-// One tag of every numeric field type, plus strings, in a frame of the given byte order.
-// Tag numbers 1000 + type.
+// One tag of every field type, tag number 1000 + type (rationals in twelfths).
 std::vector<uint8_t> allTypesFrame(ByteOrder order) {
+    const std::vector<std::vector<double>> values = {{200, 7}, {'H', 'i', 0}, {40000, 3}, {3e9, 5}, {1.0 / 3, 2.5},
+                                                     {-5, 9}, {1, 2, 3}, {-3, 4}, {-7, 8}, {-0.25, 1.5}, {2, -0.5},
+                                                     {0.1, -1e300}, {8, 9}};
     TiffBuilder b(order);
     b.addLongs(0, 254, {0});
-    b.addBytes(0, 1001, {200, 7});
-    b.addBytes(0, 1002, {'H', 'i', 0}, ASCII);
-    b.addShorts(0, 1003, {40000, 3});
-    b.addLongs(0, 1004, {3000000000u, 5});
-    b.addRationals(0, 1005, {{1, 3}, {10, 4}});
-    b.addBytes(0, 1006, {static_cast<uint8_t>(-5), 9}, SBYTE);
-    b.addBytes(0, 1007, {1, 2, 3}, UNDEFINED);
-    b.addShorts(0, 1008, {static_cast<uint16_t>(-3), 4}, SSHORT);
-    b.addLongs(0, 1009, {static_cast<uint32_t>(-7), 8}, SLONG);
-    b.addRationals(0, 1010, {{static_cast<uint32_t>(-1), 4}, {3, 2}}, SRATIONAL);
-    b.addFloats(0, 1011, {2.0f, -0.5f});
-    b.addDoubles(0, 1012, {0.1, -1e300});
-    b.addLongs(0, 1013, {8, 9}, IFDTYPE);
-    return buildPadded(b);
+    for (uint16_t type = 1; type <= 13; ++type) b.addNumbers(0, 1000 + type, type, values[type - 1u], 12);
+    return b.build();
+}
+
+template <typename T>
+std::vector<T> get(cd_parseTiff& p, int tag) {
+    std::vector<T> v;
+    EXPECT_EQ(p.getTag(code(tag), &v), 0) << tag;
+    return v;
+}
+template <typename R>
+std::string str(const std::vector<R>& v) {
+    std::ostringstream os;
+    for (size_t i = 0; i < v.size(); ++i) {
+        os << (i ? " " : "");
+        if constexpr (std::is_arithmetic_v<R>) os << +v[i];
+        else os << v[i];
+    }
+    return os.str();
+}
+
+// A tag read through the byte query and the eight numeric vector overloads, " | " between them: the
+// values, "5" for the byte query's refusal, "-" for a refusal whose message and diagnostics are checked.
+template <typename T>
+std::string through(cd_parseTiff& p, int tag, const char* message) {
+    std::vector<T> v;
+    std::string result = "-";
+    testing::internal::CaptureStderr();
+    try {
+        result = p.getTag(code(tag), &v) == 5 ? "5" : str(v);
+    } catch (const cd_exception& e) {
+        EXPECT_STREQ(e.what(), message);
+    }
+    const std::string lines = typeLines(tag, tag - 1000, tag == 1002 || tag == 1007 ? 3 : 2);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), result == "-" ? lines : result == "5" ? lines + kNotBytes : "") << message;
+    return result;
+}
+std::string row(cd_parseTiff& p, int tag) {
+    return through<unsigned char>(p, tag, "") + " | " + through<unsigned short>(p, tag, "tag.Type == TIFF_SHORT") + " | " +
+           through<unsigned int>(p, tag, "cd_parseTiff - type of unrecognized tag is not LONG") + " | " +
+           through<short>(p, tag, "cd_parseTiff - type of unrecognized tag is not SSHORT") + " | " +
+           through<int>(p, tag, "cd_parseTiff - type of unrecognized tag is not SLONG") + " | " +
+           through<urational>(p, tag, "cd_parseTiff - type of unrecognized tag is not RATIONAL") + " | " +
+           through<srational>(p, tag, "cd_parseTiff - type of unrecognized tag is not SRATIONAL") + " | " +
+           through<float>(p, tag, "cd_parseTiff - type of unrecognized tag is not FLOAT") + " | " +
+           through<double>(p, tag, "cd_parseTiff - type of unrecognized tag is not DOUBLE");
 }
 
 }  // namespace
 
-// ---- header ----------------------------------------------------------------------------------
-
-TEST(ParseTiffHeader, RefusesNullShortAndMalformedBuffers) {
+TEST(ParseTiffHeader, FailuresInTheirOrder) {
     cd_parseTiff p;
+    unsigned int v = 0;
+    EXPECT_CD_THROW(p.getTag(tiffTagCodes::ImageWidth, &v), "ifd0 != NULL");
     EXPECT_CD_THROW(p.configure(nullptr, 1000), "cd_parseTiff - the imageBuffer may not be null");
-    // 99 bytes fail on their size before the (bad) byte order is looked at.
-    std::vector<char> junk(99, 'X');
+    std::vector<char> junk(99, 'X');  // too short: fails before its byte order is looked at
     EXPECT_CD_THROW(p.configure(junk.data(), junk.size()), "cd_parseTiff - the imageBufferSize may not be < 100");
     junk.resize(100);
     EXPECT_CD_THROW(p.configure(junk.data(), junk.size()), "cd_parseTiff - illegal byte order tag");
-
-    TiffBuilder b;
-    b.addLongs(0, 256, {1});
-    std::vector<uint8_t> f = buildPadded(b);
+    std::vector<uint8_t> f = allTypesFrame(ByteOrder::II);
     f[2] = 43;
-    EXPECT_CD_THROW(p.configure(reinterpret_cast<const char*>(f.data()), f.size()), "cd_parseTiff - illegal TIFF version");
+    EXPECT_CD_THROW(parse(f), "cd_parseTiff - illegal TIFF version");
     f[2] = 42;
-    f[4] = 0xF0;  // IFD 0 offset far past the end
-    EXPECT_CD_THROW(p.configure(reinterpret_cast<const char*>(f.data()), f.size()),
-                    "cd_parseTiff - IFD 0 lies outside the frame buffer");
+    f[5] = 0xF0;  // IFD 0 far past the end
+    EXPECT_CD_THROW(parse(f), "cd_parseTiff - IFD 0 lies outside the frame buffer");
+    p.swapBytes = true;  // (16 and 32 bits: every "MM" read)
+    EXPECT_EQ(p.byteSwap(std::bit_cast<double>(0x0102030405060708ull)), std::bit_cast<double>(0x0807060504030201ull));
 }
 
-TEST(ParseTiffHeader, QueriesBeforeConfigureRaise) {
-    cd_parseTiff p;
-    unsigned int v = 0;
-    EXPECT_CD_THROW(p.locateTag(256), "ifd0 != NULL");
-    EXPECT_CD_THROW(p.getTag(tiffTagCodes::ImageWidth, &v), "ifd0 != NULL");
-}
-
-TEST(ParseTiffHeader, ByteOrderAndSwapFlag) {
-    for (ByteOrder order : {ByteOrder::II, ByteOrder::MM}) {
-        auto f = parse(allTypesFrame(order));
-        EXPECT_EQ(f->p.byteOrder, order == ByteOrder::II ? 0x4949 : 0x4D4D);
-        EXPECT_EQ(f->p.swapBytes, f->p.byteOrder != cd_parseTiff::getNativeByteOrder());
-    }
-    EXPECT_EQ(cd_parseTiff::getNativeByteOrder(), 0x4949);  // every machine we build for
-    cd_parseTiff p;
-    p.swapBytes = true;
-    EXPECT_EQ(p.byteSwap(static_cast<unsigned short>(0x1234)), 0x3412);
-    EXPECT_EQ(p.byteSwap(0x12345678u), 0x78563412u);
-    p.swapBytes = false;
-    EXPECT_EQ(p.byteSwap(0x12345678u), 0x12345678u);
-}
-
-// ---- main image selection ----------------------------------------------------------------------
-
-TEST(ParseTiffMainImage, NoNewSubFileTypeMeansIfd0) {
-    TiffBuilder b;
-    b.addLongs(0, 256, {11});
-    auto f = parse(b);
-    EXPECT_EQ(f->configureStatus, 0);
-    EXPECT_EQ(f->configureStderr, "No newSubFileType in ifd 0. Assuming ifd 0 is main image\n");
+TEST(ParseTiffMainImage, SubIfdSelectionAndMessages) {
+    TiffBuilder none;
+    none.addLongs(0, 256, {11});
+    auto f = parse(none);
+    EXPECT_EQ(lastConfigureErr(), "No newSubFileType in ifd 0. Assuming ifd 0 is main image\n");
     EXPECT_EQ(f->p.subIFD, nullptr);
+
+    TiffBuilder two;  // the raw image in the second sub-IFD
+    two.addLongs(0, 254, {1});
+    const int preview = two.addSubIFD(0), raw = two.addSubIFD(0);
+    two.addLongs(preview, 254, {1});
+    two.addLongs(raw, 254, {0});
+    two.addLongs(raw, 256, {4096});
+    auto g = parse(two);
+    EXPECT_EQ(lastConfigureErr(), "Looking in subIFDs\nnewSubFileType 0 found in a subIFD\n");
+    EXPECT_EQ(get<unsigned int>(g->p, 256), std::vector<unsigned int>{4096});  // sub-IFD first
+    // IFD 0 not the main image, and: no SubIFDs; a sub-IFD without its own NewSubFileType (it answers
+    // with IFD 0's 1); a sub-IFD outside the buffer; SubIFDs typed IFD (13), which the unsigned query refuses.
+    TiffBuilder b[4];
+    for (TiffBuilder& x : b) x.addLongs(0, 254, {1});
+    b[1].addLongs(b[1].addSubIFD(0), 256, {64});
+    b[2].addLongs(0, 330, {100000});
+    b[3].addLongs(b[3].addSubIFD(0, IFDTYPE), 254, {0});
+    EXPECT_CD_THROW(parse(b[0]), "cd_parseTiff - newSubFileType must be 0 at the end of parsing");
+    EXPECT_CD_THROW(parse(b[1]), "cd_parseTiff - newSubFileType must be 0 at the end of parsing");
+    EXPECT_CD_THROW(parse(b[2]), "cd_parseTiff - sub-IFD lies outside the frame buffer");
+    EXPECT_CD_THROW(parse(b[3]), "cd_parseTiff - type of unrecognized tag is not LONG");
+    EXPECT_EQ(lastConfigureErr(), "Looking in subIFDs\n" + typeLines(330, 13, 1));
 }
 
-TEST(ParseTiffMainImage, SecondSubIfdWithTypeZeroIsChosen) {
-    for (ByteOrder order : {ByteOrder::II, ByteOrder::MM}) {
-        TiffBuilder b(order);
-        b.addLongs(0, 254, {1});
-        b.addLongs(0, 256, {16});
-        const int preview = b.addSubIFD(0);
-        const int raw = b.addSubIFD(0);
-        b.addLongs(preview, 254, {1});
-        b.addLongs(preview, 256, {320});
-        b.addLongs(raw, 254, {0});
-        b.addLongs(raw, 256, {4096});
-        auto f = parse(b);
-        EXPECT_EQ(f->configureStatus, 0);
-        EXPECT_EQ(f->configureStderr, "Looking in subIFDs\nnewSubFileType 0 found in a subIFD\n");
-        unsigned int width = 0;
-        EXPECT_EQ(f->p.getTag(tiffTagCodes::ImageWidth, &width), 0);
-        EXPECT_EQ(width, 4096u);  // the sub-IFD is searched before IFD 0
-    }
-}
-
-TEST(ParseTiffMainImage, SubIfdWithoutItsOwnTypeInheritsIfd0sAndFails) {
-    TiffBuilder b;
-    b.addLongs(0, 254, {1});
-    const int sub = b.addSubIFD(0);
-    b.addLongs(sub, 256, {64});
-    EXPECT_CD_THROW(parse(b), "cd_parseTiff - newSubFileType must be 0 at the end of parsing");
-
-    TiffBuilder noSubs;
-    noSubs.addLongs(0, 254, {1});
-    EXPECT_CD_THROW(parse(noSubs), "cd_parseTiff - newSubFileType must be 0 at the end of parsing");
-}
-
-TEST(ParseTiffMainImage, SubIfdListOutsideTheBufferOrOfTypeIfdIsRefused) {
-    TiffBuilder b;
-    b.addLongs(0, 254, {1});
-    b.addLongs(0, 330, {100000});
-    EXPECT_CD_THROW(parse(b), "cd_parseTiff - sub-IFD lies outside the frame buffer");
-
-    // SubIFDs typed IFD (13) is not among the types the unsigned query takes.
-    TiffBuilder t;
-    t.addLongs(0, 254, {1});
-    const int sub = t.addSubIFD(0, IFDTYPE);
-    t.addLongs(sub, 254, {0});
-    EXPECT_CD_THROW(parse(t), "cd_parseTiff - type of unrecognized tag is not LONG");
-    EXPECT_EQ(lastConfigureStderr(), "Looking in subIFDs\n" + typeLines(330, 13, 1));
-}
-
-// ---- the type table ------------------------------------------------------------------------------
-
-TEST(ParseTiffTypes, EachOverloadAcceptsItsTypesAndNamesTheOthers) {
-    auto f = parse(allTypesFrame(ByteOrder::II));
-    cd_parseTiff& p = f->p;
-    struct Overload {
-        const char* message;
-        std::vector<int> accepted;
-        std::function<int(tiffTagCodes)> query;
-    };
-    const std::vector<Overload> overloads = {
-        {"tag.Type == TIFF_SHORT", {1, 3}, [&](tiffTagCodes c) { std::vector<unsigned short> v; return p.getTag(c, &v); }},
-        {"cd_parseTiff - type of unrecognized tag is not LONG", {1, 3, 4},
-         [&](tiffTagCodes c) { std::vector<unsigned int> v; return p.getTag(c, &v); }},
-        {"cd_parseTiff - type of unrecognized tag is not SSHORT", {1, 8},
-         [&](tiffTagCodes c) { std::vector<short> v; return p.getTag(c, &v); }},
-        {"cd_parseTiff - type of unrecognized tag is not SLONG", {1, 3, 8, 9},
-         [&](tiffTagCodes c) { std::vector<int> v; return p.getTag(c, &v); }},
-        {"cd_parseTiff - type of unrecognized tag is not RATIONAL", {1, 3, 4, 5},
-         [&](tiffTagCodes c) { std::vector<urational> v; return p.getTag(c, &v); }},
-        {"cd_parseTiff - type of unrecognized tag is not SRATIONAL", {1, 3, 4, 5, 6, 8, 9, 10, 11},
-         [&](tiffTagCodes c) { std::vector<srational> v; return p.getTag(c, &v); }},
-        {"cd_parseTiff - type of unrecognized tag is not FLOAT", {1, 3, 4, 5, 6, 8, 9, 10, 11, 12},
-         [&](tiffTagCodes c) { std::vector<float> v; return p.getTag(c, &v); }},
-        {"cd_parseTiff - type of unrecognized tag is not DOUBLE", {1, 3, 4, 5, 6, 8, 9, 10, 11, 12},
-         [&](tiffTagCodes c) { std::vector<double> v; return p.getTag(c, &v); }},
-        {"tag.Type == TIFF_ASCII", {1, 2}, [&](tiffTagCodes c) { std::string s; return p.getTag(c, &s); }},
-    };
-    for (const Overload& o : overloads) {
-        for (int type = 1; type <= 13; ++type) {
-            const bool accepted = std::find(o.accepted.begin(), o.accepted.end(), type) != o.accepted.end();
-            testing::internal::CaptureStderr();
-            if (accepted) {
-                EXPECT_EQ(o.query(code(1000 + type)), 0) << o.message << " type " << type;
-                testing::internal::GetCapturedStderr();
-            } else {
-                EXPECT_CD_THROW(o.query(code(1000 + type)), o.message);
-                const unsigned count = (type == 2 || type == 7) ? 3 : 2;
-                EXPECT_EQ(testing::internal::GetCapturedStderr(), typeLines(1000 + type, type, count))
-                    << o.message << " type " << type;
-            }
-        }
-    }
-}
-
-TEST(ParseTiffTypes, ByteVectorQueryReturnsFiveForOtherTypesWithoutRaising) {
-    auto f = parse(allTypesFrame(ByteOrder::II));
-    std::vector<unsigned char> v = {1, 2, 3};
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(f->p.getTag(code(1003), &v), 5);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              typeLines(1003, 3, 2) +
-                  "\"Could not read tag, it's not in byte format\"   = Could not read tag, it's not in byte format\n");
-    EXPECT_EQ(f->p.status, 0);  // returned, not stored
-    EXPECT_TRUE(v.empty());
-    EXPECT_EQ(f->p.getTag(code(1001), &v), 0);
-    EXPECT_EQ(v, (std::vector<unsigned char>{200, 7}));
-    EXPECT_EQ(f->p.getTag(code(1002), &v), 0);
-    EXPECT_EQ(v, (std::vector<unsigned char>{'H', 'i', 0}));
-}
-
-TEST(ParseTiffTypes, ConversionsIncludingByteSignExtension) {
+TEST(ParseTiffTypes, EachOverloadsTypesAndConversionsInBothByteOrders) {
+    // Columns: bytes, unsigned short, unsigned int, short, int, urational, srational, float, double.
+    // A BYTE is read as a signed number and widened (200 -> -56, 65480, 4294967240); a LONG wraps into
+    // srational; a FLOAT goes through srational(float); a DOUBLE beyond the float range becomes -inf.
+    const std::vector<std::string> expected = {
+        "200 7 | 65480 7 | 4294967240 7 | -56 7 | -56 7 | 4294967240/1 7/1 | -56/1 7/1 | -56 7 | -56 7",
+        "72 105 0 | - | - | - | - | - | - | - | -",
+        "5 | 40000 3 | 40000 3 | - | 40000 3 | 40000/1 3/1 | 40000/1 3/1 | 40000 3 | 40000 3",
+        "5 | - | 3000000000 5 | - | - | 3000000000/1 5/1 | -1294967296/1 5/1 | 3e+09 5 | 3e+09 5",
+        "5 | - | - | - | - | 4/12 30/12 | 4/12 30/12 | 0.333333 2.5 | 0.333333 2.5",
+        "5 | - | - | - | - | - | -5/1 9/1 | -5 9 | -5 9",
+        "5 | - | - | - | - | - | - | - | -",
+        "5 | - | - | -3 4 | -3 4 | - | -3/1 4/1 | -3 4 | -3 4",
+        "5 | - | - | - | -7 8 | - | -7/1 8/1 | -7 8 | -7 8",
+        "5 | - | - | - | - | - | -3/12 18/12 | -0.25 1.5 | -0.25 1.5",
+        "5 | - | - | - | - | - | -2147483648/-2147483648 0/-1 | 2 -0.5 | 2 -0.5",
+        "5 | - | - | - | - | - | - | 0.1 -inf | 0.1 -1e+300",
+        "5 | - | - | - | - | - | - | - | -"};
     for (ByteOrder order : {ByteOrder::II, ByteOrder::MM}) {
         auto f = parse(allTypesFrame(order));
-        cd_parseTiff& p = f->p;
-        // A BYTE of 200 is read as -56 and widened.
-        std::vector<unsigned short> us;
-        std::vector<unsigned int> ui;
-        std::vector<short> ss;
-        std::vector<int> si;
-        std::vector<urational> ur;
-        std::vector<srational> sr;
-        std::vector<float> fl;
-        std::vector<double> db;
-        ASSERT_EQ(p.getTag(code(1001), &us), 0);
-        EXPECT_EQ(us[0], 65480);
-        ASSERT_EQ(p.getTag(code(1001), &ui), 0);
-        EXPECT_EQ(ui[0], 4294967240u);
-        ASSERT_EQ(p.getTag(code(1001), &ss), 0);
-        EXPECT_EQ(ss[0], -56);
-        ASSERT_EQ(p.getTag(code(1001), &si), 0);
-        EXPECT_EQ(si[0], -56);
-        EXPECT_EQ(si[1], 7);
-        ASSERT_EQ(p.getTag(code(1001), &ur), 0);
-        EXPECT_EQ(ur[0].n, 4294967240u);
-        EXPECT_EQ(ur[0].d, 1u);
-        ASSERT_EQ(p.getTag(code(1001), &sr), 0);
-        EXPECT_EQ(sr[0].n, -56);
-        ASSERT_EQ(p.getTag(code(1001), &fl), 0);
-        EXPECT_EQ(fl[0], -56.0f);
-
-        ASSERT_EQ(p.getTag(code(1003), &si), 0);  // SHORT into int
-        EXPECT_EQ(si[0], 40000);
-        ASSERT_EQ(p.getTag(code(1004), &sr), 0);  // LONG into srational wraps
-        EXPECT_EQ(sr[0].n, static_cast<int32_t>(3000000000u));
-        EXPECT_LT(static_cast<float>(sr[0]), 0.0f);
-        ASSERT_EQ(p.getTag(code(1004), &db), 0);
-        EXPECT_EQ(db[0], 3000000000.0);
-        ASSERT_EQ(p.getTag(code(1005), &fl), 0);  // RATIONAL as its quotient
-        EXPECT_FLOAT_EQ(fl[0], 1.0f / 3.0f);
-        EXPECT_FLOAT_EQ(fl[1], 2.5f);
-        ASSERT_EQ(p.getTag(code(1005), &sr), 0);
-        EXPECT_EQ(sr[1].n, 10);
-        EXPECT_EQ(sr[1].d, 4);
-        ASSERT_EQ(p.getTag(code(1006), &db), 0);  // SBYTE
-        EXPECT_EQ(db[0], -5.0);
-        ASSERT_EQ(p.getTag(code(1006), &sr), 0);
-        EXPECT_EQ(sr[0].n, -5);
-        ASSERT_EQ(p.getTag(code(1008), &ss), 0);  // SSHORT
-        EXPECT_EQ(ss[0], -3);
-        ASSERT_EQ(p.getTag(code(1009), &si), 0);  // SLONG
-        EXPECT_EQ(si[0], -7);
-        ASSERT_EQ(p.getTag(code(1010), &sr), 0);  // SRATIONAL
-        EXPECT_EQ(sr[0].n, -1);
-        EXPECT_EQ(sr[0].d, 4);
-        ASSERT_EQ(p.getTag(code(1010), &fl), 0);
-        EXPECT_FLOAT_EQ(fl[0], -0.25f);
-        ASSERT_EQ(p.getTag(code(1011), &sr), 0);  // FLOAT through the float-to-rational spread
-        EXPECT_EQ(sr[0].n, INT32_MIN);
-        EXPECT_EQ(sr[0].d, INT32_MIN);
-        EXPECT_EQ(sr[1].n, 0);  // -0.5 gives 0/-1
-        EXPECT_EQ(sr[1].d, -1);
-        ASSERT_EQ(p.getTag(code(1011), &fl), 0);
-        EXPECT_EQ(fl[1], -0.5f);
-        ASSERT_EQ(p.getTag(code(1012), &db), 0);  // DOUBLE
-        EXPECT_EQ(db[0], 0.1);
-        ASSERT_EQ(p.getTag(code(1012), &fl), 0);
-        EXPECT_EQ(fl[0], 0.1f);
-        EXPECT_TRUE(std::isinf(fl[1]) && fl[1] < 0);  // out of float range: -inf, defined
+        for (int type = 1; type <= 13; ++type) EXPECT_EQ(row(f->p, 1000 + type), expected[type - 1]) << "type " << type;
+        EXPECT_EQ(f->p.status, 0);  // the byte query's 5 is returned, not stored
+        EXPECT_EQ(std::make_pair(f->p.byteOrder, f->p.swapBytes), order == ByteOrder::MM ? std::make_pair(uint16_t{0x4D4D}, true)
+                                                                                         : std::make_pair(uint16_t{0x4949}, false));
     }
 }
 
-TEST(ParseTiffTypesDeathTest, FloatOutsideTheRationalRangeReachesTheRationalAssertion) {
+TEST(ParseTiffValues, StringsScalarsStatusesAndRepairedRationals) {
     TiffBuilder b;
-    b.addFloats(0, 51044, {std::nanf("")});
-    b.addFloats(0, 1000, {1e30f});
-    auto f = parse(b);
-    srational r;
-    EXPECT_DEATH(f->p.getTag(tiffTagCodes::FrameRate, &r), "LONG_MIN <= F && F <= LONG_MAX");
-    EXPECT_DEATH(f->p.getTag(code(1000), &r), "LONG_MIN <= F && F <= LONG_MAX");
-}
-
-// ---- strings -------------------------------------------------------------------------------------
-
-TEST(ParseTiffStrings, AsciiStopsAtZeroByteKeepsEveryByte) {
-    TiffBuilder b;
-    b.addBytes(0, 271, {'A', 'B', 0, 'C', 'D', 0}, ASCII);
-    b.addBytes(0, 272, {'A', 'B', 0, 'C', 'D'}, BYTE);
-    b.addBytes(0, 305, {'X', 'Y', 'Z'}, ASCII);  // no terminator
-    b.addAscii(0, 306, "A");                     // "A" and its zero: inside the entry
-    b.addAscii(0, 315, "ABCD");                  // five bytes: out of line
-    b.addBytes(0, 37510, {'A', 'S', 'C', 'I', 'I', 0, 0, 0, 'h', 'i'}, UNDEFINED);
-    auto f = parse(b);
-    cd_parseTiff& p = f->p;
-    std::string s = "old";
-    EXPECT_EQ(p.getTag(tiffTagCodes::Make, &s), 0);
-    EXPECT_EQ(s, "AB");
-    EXPECT_EQ(p.getTag(tiffTagCodes::Model, &s), 0);
-    EXPECT_EQ(s, std::string("AB\0CD", 5));
-    EXPECT_EQ(p.getTag(tiffTagCodes::Software, &s), 0);
-    EXPECT_EQ(s, "XYZ");
-    EXPECT_EQ(p.getTag(tiffTagCodes::DateTime, &s), 0);
-    EXPECT_EQ(s, "A");
-    EXPECT_EQ(p.tag.pValue, p.searchIFD(306, p.ifd0) + 8);
-    EXPECT_EQ(p.getTag(tiffTagCodes::Artist, &s), 0);
-    EXPECT_EQ(s, "ABCD");
-    EXPECT_NE(p.tag.pValue, p.searchIFD(315, p.ifd0) + 8);
-    EXPECT_EQ(p.stats().bytesProcessed, 2u + 5u + 3u + 1u + 4u);
-    // A UserComment typed UNDEFINED, as EXIF allows, is refused by the string query.
-    testing::internal::CaptureStderr();
-    EXPECT_CD_THROW(p.getTag(tiffTagCodes::UserComment, &s), "tag.Type == TIFF_ASCII");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), typeLines(37510, 7, 10));
-    // Absent: emptied, 1010.
-    s = "old";
-    EXPECT_EQ(p.getTag(tiffTagCodes::Copyright, &s), 1010);
-    EXPECT_EQ(s, "");
-}
-
-// ---- statuses and scalars ---------------------------------------------------------------------------
-
-TEST(ParseTiffStatus, ScalarQueriesAndTheirStatuses) {
-    TiffBuilder b;
-    b.addShorts(0, 258, {12, 12, 12});               // multi-valued
+    b.addBytes(0, 271, {'A', 'B', 0, 'C', 'D', 0}, ASCII);  // ASCII ends at the first zero byte
+    b.addBytes(0, 272, {'A', 'B', 0, 'C', 'D'}, BYTE);      // BYTE keeps every byte
+    b.addBytes(0, 305, {'X', 'Y', 'Z'}, ASCII);             // no terminator: Count bytes
+    b.addAscii(0, 306, "A");                                // "A" and its zero: inside the entry
+    b.addAscii(0, 315, "ABCD");                             // five bytes: out of line
+    b.addBytes(0, 37510, {'A', 'S', 'C', 'I', 'I', 0, 0, 0, 'h', 'i'}, UNDEFINED);  // as EXIF allows
     b.addShorts(0, 256, {4096});
-    b.addRawEntry(0, 257, SHORT, 0, {});            // count 0
-    b.addRawEntry(0, 259, 42, 1, {1, 0, 0, 0});     // unknown field type
+    b.addShorts(0, 258, {12, 12, 12});                 // multi-valued
+    b.addRawEntry(0, 257, SHORT, 0, {});               // count 0
+    b.addRawEntry(0, 259, 42, 1, {1, 0, 0, 0});        // a type outside the table: size 0
     b.addLiteralEntry(0, 262, SHORT, 0x80000000u, 0);  // count * 2 wraps to 0
     b.addRationals(0, 51044, {{24000, 1001}, {1, 1}});
-    auto f = parse(b);
-    cd_parseTiff& p = f->p;
-
-    unsigned int u = 99;
-    EXPECT_EQ(p.getTag(tiffTagCodes::ImageWidth, &u), 0);
-    EXPECT_EQ(u, 4096u);
-    unsigned short bits = 99;
-    EXPECT_EQ(p.getTag(tiffTagCodes::BitsPerSample, &bits), 1011);
-    EXPECT_EQ(p.status, 1011);
-    EXPECT_EQ(bits, 0);
-    std::vector<unsigned short> all;
-    EXPECT_EQ(p.getTag(tiffTagCodes::BitsPerSample, &all), 0);
-    EXPECT_EQ(all.size(), 3u);
-
-    u = 99;
-    EXPECT_EQ(p.getTag(tiffTagCodes::ImageLength, &u), 1003);
-    EXPECT_EQ(u, 0u);
-    EXPECT_EQ(p.getTag(tiffTagCodes::Compression, &u), 1003);  // a type outside the table has size 0
-    EXPECT_EQ(p.tag.Type, 42);
-    EXPECT_EQ(p.getTag(tiffTagCodes::PhotometricInterpretation, &u), 1003);
-    EXPECT_EQ(p.tag.FieldSize, 0u);
-    EXPECT_EQ(p.getTag(tiffTagCodes::Orientation, &u), 1010);
-
-    srational r(5, 7);
-    EXPECT_EQ(p.getTag(tiffTagCodes::FrameRate, &r), 1011);
-    EXPECT_EQ(r.n, 0);
-    EXPECT_EQ(r.d, 1);
-    urational ur(5u, 7u);
-    EXPECT_EQ(p.getTag(tiffTagCodes::ExposureIndex, &ur), 1010);
-    EXPECT_EQ(ur.n, 0u);
-    EXPECT_EQ(ur.d, 1u);
-    std::vector<float> v = {1.0f};
-    EXPECT_EQ(p.getTag(tiffTagCodes::TStop, &v), 1010);
-    EXPECT_TRUE(v.empty());
-}
-
-TEST(ParseTiffStatus, EntryFieldsAndSearchOrder) {
-    TiffBuilder b;
-    b.setSortTags(false);
-    b.addShorts(0, 256, {1});
-    b.addShorts(0, 256, {2});  // duplicate: the first entry wins
-    b.addShorts(0, 258, {16});
-    auto f = parse(b);
-    cd_parseTiff& p = f->p;
-    unsigned short w = 0;
-    EXPECT_EQ(p.getTag(tiffTagCodes::ImageWidth, &w), 0);
-    EXPECT_EQ(w, 1);
-    EXPECT_EQ(p.searchIFD(256, nullptr), nullptr);
-    EXPECT_EQ(p.searchIFD(999, p.ifd0), nullptr);
-    ASSERT_EQ(p.getlocalIFDEntry(258), 0);
-    EXPECT_EQ(p.tag.Tag, 258);
-    EXPECT_EQ(p.tag.Type, SHORT);
-    EXPECT_EQ(p.tag.Count, 1u);
-    EXPECT_EQ(p.tag.FieldSize, 2u);
-    EXPECT_EQ(p.tag.validBytes, f->bytes.size() - static_cast<size_t>(p.tag.pValue - f->bytes.data()));
-}
-
-TEST(ParseTiffStatus, ZeroDenominatorIsRepairedWithAWarning) {
-    TiffBuilder b;
     b.addRationals(0, 50728, {{5, 0}, {0, 0}, {1, 2}});
     auto f = parse(b);
-    std::vector<urational> v;
+    cd_parseTiff& p = f->p;
+    std::string s[5];
+    const int strings[5] = {271, 272, 305, 306, 315};
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(p.getTag(code(strings[i]), &s[i]), 0);
+    EXPECT_EQ(s[0] + "|" + s[1] + "|" + s[2] + "|" + s[3] + "|" + s[4], std::string("AB|AB\0CD|XYZ|A|ABCD", 19));
+    EXPECT_EQ(p.stats().bytesProcessed, 2u + 5 + 3 + 1 + 4);  // string lengths
     testing::internal::CaptureStderr();
-    ASSERT_EQ(f->p.getTag(tiffTagCodes::AsShotNeutral, &v), 0);
+    EXPECT_CD_THROW(p.getTag(tiffTagCodes::UserComment, &s[0]), "tag.Type == TIFF_ASCII");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), typeLines(37510, 7, 10));
+
+    // Scalars: exactly one value, else zero (0/1) with 1011 unless the lookup failed; absent vectors
+    // and strings are emptied.
+    unsigned int u[5] = {9, 9, 9, 9, 9};
+    srational r(5, 7);
+    urational ur(5u, 7u);
+    std::vector<float> v = {1.0f};
+    const int tags[5] = {256, 258, 257, 259, 262}, expected[5] = {0, 1011, 1003, 1003, 1003};
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(p.getTag(code(tags[i]), &u[i]), expected[i]) << tags[i];
+    EXPECT_EQ(std::vector<unsigned>(u, u + 5), (std::vector<unsigned>{4096, 0, 0, 0, 0}));
+    EXPECT_EQ(p.getTag(tiffTagCodes::FrameRate, &r), 1011);
+    EXPECT_EQ(p.status, 1011);  // stored as well as returned
+    EXPECT_EQ(p.getTag(tiffTagCodes::ExposureIndex, &ur), 1010);
+    EXPECT_EQ(str(std::vector<srational>{r}) + " " + str(std::vector<urational>{ur}), "0/1 0/1");
+    EXPECT_EQ(p.getTag(tiffTagCodes::TStop, &v), 1010);
+    EXPECT_EQ(p.getTag(tiffTagCodes::Copyright, &s[0]), 1010);
+    EXPECT_TRUE(v.empty() && s[0].empty());
+
+    // A zero denominator is repaired to 1 with a warning that shows the entry.
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(str(get<urational>(p, 50728)), "5/1 0/1 1/2");
     const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(v[0].n, 5u);
-    EXPECT_EQ(v[0].d, 1u);
-    EXPECT_EQ(v[1].n, 0u);
-    EXPECT_EQ(v[1].d, 1u);
-    EXPECT_EQ(v[2].d, 2u);
-    std::ostringstream one;
-    one << "\n\n WARNING: \n" << std::string(21, ' ') << "tag   = " << f->p.tag << "\n has Malformed Rational Number \n"
-        << std::string(23, ' ') << "n   = ";
+    std::ostringstream head;
+    head << "\n\n WARNING: \n" << std::string(21, ' ') << "tag   = " << p.tag << "\n has Malformed Rational Number \n"
+         << std::string(23, ' ') << "n   = ";
     const std::string tail = "\n" + std::string(23, ' ') + "d   = 0\nSetting d to 1... \n";
-    EXPECT_EQ(err, one.str() + "5" + tail + one.str() + "0" + tail);
+    EXPECT_EQ(err, head.str() + "5" + tail + head.str() + "0" + tail);
 }
 
-TEST(ParseTiffStatus, StatisticsCountElements) {
-    auto f = parse(allTypesFrame(ByteOrder::II));
-    const uint64_t before = f->p.stats().bytesProcessed;
-    std::vector<double> d;
-    f->p.getTag(code(1012), &d);
-    EXPECT_EQ(f->p.stats().bytesProcessed - before, 2u);
-    EXPECT_GE(f->p.stats().timeOpen, 0.0f);
-}
-
-// ---- bounds ----------------------------------------------------------------------------------------
-
-TEST(ParseTiffBounds, ValuesAndIfdsOutsideTheBufferRaise) {
+TEST(ParseTiffBounds, ReadsOutsideTheBufferRaiseOnlyWhenTheyHappen) {
     TiffBuilder b;
-    b.addShorts(0, 256, {1});
-    b.addLiteralEntry(0, 272, ASCII, 20, 5000);            // out-of-line value past the end
-    b.addLiteralEntry(0, 273, LONG, 0x40000001u, 0);      // count*4 wraps to 4: in the entry, but
-                                                          // the real extent runs far past the end
-    b.addLiteralEntry(0, 279, LONG, 30, 0xFFFFFFF0u);     // offset near 4 GiB
+    b.addLongs(0, 254, {0});
+    b.addLiteralEntry(0, 272, ASCII, 20, 5000);         // out-of-line value past the end
+    b.addLiteralEntry(0, 273, LONG, 0x40000001u, 0);    // count*4 wraps to 4: in the entry, real extent huge
+    b.addLiteralEntry(0, 279, LONG, 30, 0xFFFFFFF0u);   // offset near 4 GiB
+    b.addLiteralEntry(0, 280, SHORT, 30, 96);           // starts inside, runs past the end
+    b.addLiteralEntry(0, 33422, SHORT, 30, 5000);       // wrong type for the byte query, never read
     auto f = parse(b);
     cd_parseTiff& p = f->p;
     std::string s;
+    std::vector<unsigned char> bytes;
     EXPECT_CD_THROW(p.getTag(tiffTagCodes::Model, &s), "cd_parseTiff - tag value lies outside the frame buffer");
-    std::vector<unsigned int> v;
-    EXPECT_EQ(p.getlocalIFDEntry(273), 0);
+    EXPECT_CD_THROW(get<unsigned>(p, 279), "cd_parseTiff - tag value lies outside the frame buffer");
+    EXPECT_CD_THROW(get<unsigned>(p, 273), "cd_parseTiff - tag value runs past the end of the frame buffer");
     EXPECT_EQ(p.tag.FieldSize, 4u);
-    EXPECT_CD_THROW(p.getTag(tiffTagCodes::StripOffsets, &v), "cd_parseTiff - tag value runs past the end of the frame buffer");
-    EXPECT_CD_THROW(p.getTag(tiffTagCodes::StripByteCounts, &v), "cd_parseTiff - tag value lies outside the frame buffer");
+    EXPECT_CD_THROW(get<unsigned>(p, 280), "cd_parseTiff - tag value runs past the end of the frame buffer");
+    // The type is refused before any value would be read.
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(p.getTag(tiffTagCodes::CFAPattern, &bytes), 5);
+    EXPECT_CD_THROW(p.getTag(code(279), &s), "tag.Type == TIFF_ASCII");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), typeLines(33422, 3, 30) + kNotBytes + typeLines(279, 4, 30));
 
-    // An IFD whose entry count runs past the end of the buffer.
-    TiffBuilder c;
-    c.addShorts(0, 256, {1});
-    std::vector<uint8_t> frame = buildPadded(c);
-    frame[8] = 0xFF;  // 255 entries claimed
-    EXPECT_CD_THROW(parse(frame), "cd_parseTiff - IFD entries run past the end of the frame buffer");
+    // An IFD cut short: entries before the cut still read, a scan that reaches it raises.
+    std::vector<uint8_t> cut = allTypesFrame(ByteOrder::II);
+    cut[8] = 0xFF;  // 255 entries claimed
+    auto g = parse(cut);
+    EXPECT_EQ(get<int>(g->p, 1003), (std::vector<int>{40000, 3}));
+    EXPECT_CD_THROW(get<int>(g->p, 999), "cd_parseTiff - IFD entries run past the end of the frame buffer");
 }
