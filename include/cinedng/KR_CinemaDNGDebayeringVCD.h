@@ -75,6 +75,19 @@ float horizontalGradientLevelForRedCenterPixel(int x, int y, const float* mosaic
 float horizontalGradientLevelForBlueCenterPixel(int x, int y, const float* mosaic, const debayerVCD_Geometry& g);
 float verticalGradientLevelForRedCenterPixel(int x, int y, const float* mosaic, const debayerVCD_Geometry& g);
 float verticalGradientLevelForBlueCenterPixel(int x, int y, const float* mosaic, const debayerVCD_Geometry& g);
+// The variances at a red site (colour channel 0) or a blue site (colour channel 2).
+float horizColorVarDiffFor9x9BlockWithRedCenterPixel(int x, int y, const float* rgba, const float* estimates,
+                                                     const debayerVCD_Geometry& g);
+float horizColorVarDiffFor9x9BlockWithBlueCenterPixel(int x, int y, const float* rgba, const float* estimates,
+                                                      const debayerVCD_Geometry& g);
+float vertColorVarDiffFor9x9BlockWithRedCenterPixel(int x, int y, const float* rgba, const float* estimates,
+                                                    const debayerVCD_Geometry& g);
+float vertColorVarDiffFor9x9BlockWithBlueCenterPixel(int x, int y, const float* rgba, const float* estimates,
+                                                     const debayerVCD_Geometry& g);
+float diagColorVarDiffFor9x9BlockWithRedCenterPixel(int x, int y, const float* rgba, const float* estimates,
+                                                    const debayerVCD_Geometry& g);
+float diagColorVarDiffFor9x9BlockWithBlueCenterPixel(int x, int y, const float* rgba, const float* estimates,
+                                                     const debayerVCD_Geometry& g);
 
 // ---- the operation -------------------------------------------------------------------------------
 

@@ -22,7 +22,7 @@ float KR_CinemaDNGAutoExposureGrayWorld::computeAutoExposureFactorForImage(const
         return -1.0f;
     }
     const float* buf = static_cast<const float*>(input->imageBuffer);
-    const int stride = input->numChannels;
+    const int stride = 4;  // four floats per pixel, whatever numChannels says
     const int tx = static_cast<int>(W / 3.0);
     const int ty = static_cast<int>(H / 3.0);
     const float weight = middleWeightingFactor_;

@@ -45,17 +45,11 @@ float KR_CinemaDNGAutoWBIterative::computeAutoWBForInputImage(const PatchImageBu
                                                    "KR_CinemaDNGAutoWBIterative - the input needs four samples per pixel"));
         return -1.0f;
     }
-    const int stride = input->numChannels;
     const size_t pixels = static_cast<size_t>(W) * static_cast<size_t>(H);
 
-    // Working copy, four floats per pixel.
+    // Working copy: the first width * height * 4 floats of the buffer, whatever numChannels says.
     std::vector<float> work(pixels * 4);
-    const float* src = static_cast<const float*>(input->imageBuffer);
-    if (stride == 4) {
-        if (pixels) std::memcpy(work.data(), src, pixels * 4 * sizeof(float));
-    } else {
-        for (size_t i = 0; i < pixels; ++i) std::memcpy(&work[4 * i], src + i * stride, 4 * sizeof(float));
-    }
+    if (pixels) std::memcpy(work.data(), input->imageBuffer, pixels * 4 * sizeof(float));
 
     const int gridX = static_cast<int>((W - 40) / 8.0);
     const int gridY = static_cast<int>((H - 40) / 8.0);
@@ -228,12 +222,13 @@ bool KR_CinemaDNGAutoWBIterative::debug_WriteImage(PatchImageBuffer image, const
     FILE* f = std::fopen(file.c_str(), "wb");
     if (!f) return false;
     bool ok = std::fwrite(head.data(), 1, head.size(), f) == head.size();
-    // Samples as little-endian floats, four per pixel (extra channels of the record are skipped).
+    // Samples as little-endian floats; the buffer is read as four floats per pixel, whatever
+    // numChannels says (a record with more channels is not de-interleaved).
     std::vector<unsigned char> row(rowBytes);
     const float* src = static_cast<const float*>(image.imageBuffer);
     for (int y = 0; ok && y < image.height; ++y) {
         for (int x = 0; x < image.width; ++x) {
-            const float* p = src + (static_cast<size_t>(y) * image.width + x) * image.numChannels;
+            const float* p = src + (static_cast<size_t>(y) * image.width + x) * 4;
             for (int c = 0; c < 4; ++c) {
                 uint32_t bits;
                 std::memcpy(&bits, &p[c], 4);

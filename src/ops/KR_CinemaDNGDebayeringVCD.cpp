@@ -79,8 +79,6 @@ inline float runVariance(float d0, float d2, float d4, float d6, float d8) {
     return 0.11111111f * sq;
 }
 
-// Run of nine samples through (x, y) along `step` (1: row, W: column), in RGBA pixels; the first
-// two points use O.c - O.<ref> with ref the given channel, the others O.c - E.<est>.
 // Colour-difference runs of nine samples for a site of colour c at column x. `o` points at the
 // site's row of the RGBA result (W4 floats per row); the first two points use O.c - O.ref, the
 // others O.c - E.est with the estimate rows given.
@@ -387,6 +385,18 @@ CD_VCD_VARIANTS(diagPrelimGreenEstimate)
 CD_VCD_VARIANTS(horizontalGradientLevel)
 CD_VCD_VARIANTS(verticalGradientLevel)
 #undef CD_VCD_VARIANTS
+
+#define CD_VCD_VARIANCE_VARIANTS(name)                                                                               \
+    float name##WithRedCenterPixel(int x, int y, const float* rgba, const float* e, const debayerVCD_Geometry& g) {  \
+        return name##WithRedOrBlueCenterPixel(x, y, rgba, e, g, 0);                                                  \
+    }                                                                                                                \
+    float name##WithBlueCenterPixel(int x, int y, const float* rgba, const float* e, const debayerVCD_Geometry& g) { \
+        return name##WithRedOrBlueCenterPixel(x, y, rgba, e, g, 2);                                                  \
+    }
+CD_VCD_VARIANCE_VARIANTS(horizColorVarDiffFor9x9Block)
+CD_VCD_VARIANCE_VARIANTS(vertColorVarDiffFor9x9Block)
+CD_VCD_VARIANCE_VARIANTS(diagColorVarDiffFor9x9Block)
+#undef CD_VCD_VARIANCE_VARIANTS
 
 // ---- stages over the whole frame -----------------------------------------------------------------
 

@@ -1,331 +1,189 @@
 #pragma once
-// Plain, literal readings of the two demosaic algorithms, written for clarity rather than speed:
-// one pass per rule, pow for the L*a*b* cube root, the in-place homogeneity accumulation without
-// shortcuts. The optimised library stages must agree with these bit for bit.
+// Plain, literal readings of the two demosaics, written for clarity rather than speed: one pass per
+// rule, pow for the L*a*b* cube root, the in-place homogeneity accumulation without shortcuts. The
+// library's stages must agree with these bit for bit.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 namespace refdemosaic {
 
-// 0 red, 1 green, 2 blue.
+// 0 red, 1 green, 2 blue. Red sits at these (x, y) parities, blue at the opposite ones, green at mixed ones.
 inline int site(int x, int y, int layout) {
-    const bool xo = x % 2 == 1, yo = y % 2 == 1;
-    if (layout == 0) {
-        if (xo && !yo) return 0;
-        if (!xo && yo) return 2;
-        return 1;
-    }
-    if (layout == 1) {
-        if (!xo && !yo) return 0;
-        if (xo && yo) return 2;
-        return 1;
-    }
-    if (layout == 2) {
-        if (!xo && yo) return 0;
-        if (xo && !yo) return 2;
-        return 1;
-    }
-    return 1;
+    static const int red[3][2] = {{1, 0}, {0, 0}, {0, 1}};
+    if (layout < 0 || layout > 2 || (x % 2 == red[layout][0]) != (y % 2 == red[layout][1])) return 1;
+    return x % 2 == red[layout][0] ? 0 : 2;
 }
 
-inline float clampRef(float v) {
-    if (v < 0) return 0;
-    if (v > 1) return 1;
-    return v;
-}
+inline float clampRef(float v) { return v < 0 ? 0 : (v > 1 ? 1 : v); }
 
-inline float median3(float a, float b, float c) {
-    double mx = std::fmax(c, std::fmax(a, b));
-    double mn = std::fmin(c, std::fmin(a, b));
-    float s = a + b + c;
-    return (float)(s - mx - mn);
-}
-
-// ---- AHD -----------------------------------------------------------------------------------------
-
-struct AHDResult {
-    std::vector<float> H, V, labH, labV, homH, homV, out;
+// Mosaic samples; x = W reads the first sample of the next row, as the AHD region does.
+struct Mosaic {
+    const std::vector<float>& m;
+    int W;
+    float operator()(int x, int y) const { return m[(size_t)((long)y * W + x)]; }
+    // Green estimate along (dx, dy), clipped below at 0.
+    float est(int x, int y, int dx, int dy) const {
+        const Mosaic& s = *this;
+        return std::max(0.0f, (s(x - dx, y - dy) + s(x + dx, y + dy)) / 2 +
+                                  (2 * s(x, y) - s(x - 2 * dx, y - 2 * dy) - s(x + 2 * dx, y + 2 * dy)) / 4);
+    }
 };
 
-inline AHDResult ahd(const std::vector<float>& mos, int W, int Hh, int layout, const float M[9]) {
-    AHDResult r;
-    const size_t n = (size_t)W * Hh;
-    r.H.assign(n * 3, 0.0f);
-    r.V.assign(n * 3, 0.0f);
-    r.labH.assign(n * 3, 0.0f);
-    r.labV.assign(n * 3, 0.0f);
-    r.homH.assign(n, 0.0f);
-    r.homV.assign(n, 0.0f);
-    r.out.assign(n * 4, 0.0f);
-    auto s = [&](int x, int y) { return mos[(size_t)((long)y * W + x)]; };  // flat index: x may be W
-    auto at = [&](std::vector<float>& b, int x, int y, int c) -> float& { return b[((long)y * W + x) * 3 + c]; };
+inline float median3(float a, float b, float c) {
+    const float s = a + b + c;
+    return (float)((double)s - std::fmax(c, std::fmax(a, b)) - std::fmin(c, std::fmin(a, b)));  // in double
+}
 
-    // Stage 1, pass 1.
-    for (int y = 2; y <= Hh - 3; ++y)
-        for (int x = 2; x <= W - 2; ++x) {
-            int c = site(x, y, layout);
-            if (c == 1) {
-                at(r.H, x, y, 1) = s(x, y);
-                at(r.V, x, y, 1) = s(x, y);
-            } else {
-                float gh = (s(x - 1, y) + s(x + 1, y)) / 2 + (2 * s(x, y) - s(x - 2, y) - s(x + 2, y)) / 4;
-                gh = std::max(0.0f, gh);
-                float gv = (s(x, y - 1) + s(x, y + 1)) / 2 + (2 * s(x, y) - s(x, y - 2) - s(x, y + 2)) / 4;
-                gv = std::max(0.0f, gv);
-                at(r.H, x, y, c) = s(x, y);
-                at(r.V, x, y, c) = s(x, y);
-                at(r.H, x, y, 1) = clampRef(median3(s(x - 1, y), gh, s(x + 1, y)));
-                at(r.V, x, y, 1) = clampRef(median3(s(x, y - 1), gv, s(x, y + 1)));
-            }
-        }
-    // Stage 1, pass 2.
-    for (std::vector<float>* K : {&r.H, &r.V})
-        for (int y = 2; y <= Hh - 3; ++y)
-            for (int x = 2; x <= W - 2; ++x) {
-                auto G = [&](int xx, int yy) { return at(*K, xx, yy, 1); };
-                int c = site(x, y, layout);
-                if (c == 0 || c == 2) {
-                    float v = clampRef(0.25f * (s(x - 1, y - 1) + s(x + 1, y - 1) + s(x - 1, y + 1) + s(x + 1, y + 1)) +
-                                       0.25f * (4 * G(x, y) - G(x - 1, y - 1) - G(x + 1, y - 1) - G(x - 1, y + 1) -
-                                                G(x + 1, y + 1)));
-                    at(*K, x, y, c == 0 ? 2 : 0) = v;
-                } else {
-                    float rowV = clampRef(0.5f * (s(x - 1, y) + s(x + 1, y)) +
-                                          0.5f * (2 * s(x, y) - G(x - 1, y) - G(x + 1, y)));
-                    float colV = clampRef(0.5f * (s(x, y - 1) + s(x, y + 1)) +
-                                          0.5f * (2 * s(x, y) - G(x, y - 1) - G(x, y + 1)));
-                    if (x % 2 == 0 || y % 2 == 0) {
-                        at(*K, x, y, 0) = rowV;
-                        at(*K, x, y, 2) = colV;
-                    } else {
-                        at(*K, x, y, 0) = colV;
-                        at(*K, x, y, 2) = rowV;
-                    }
-                }
-            }
-    // Stage 2.
-    const float Xn = 0.964221f, Yn = 1.0f, Zn = 0.825211f;
-    const double e = (double)(1.0f / 3.0f);
-    auto f = [&](float t) -> double {
-        if ((double)t > 0.008856451679035631) return std::pow((double)t, e);
-        return (903.2962962962963 * t + 16) / 116;
+// L*a*b* (D50) of camera RGB through M.
+inline void lab(const float* rgb, const float M[9], float* out) {
+    auto f = [](float t) {  // the exponent 1/3 rounded to single precision
+        return (double)t > 0.008856451679035631 ? std::pow((double)t, (double)(1.0f / 3.0f)) : (903.2962962962963 * t + 16) / 116;
     };
-    for (int k = 0; k < 2; ++k) {
-        std::vector<float>& src = k == 0 ? r.H : r.V;
-        std::vector<float>& lab = k == 0 ? r.labH : r.labV;
-        for (int y = 2; y <= Hh - 3; ++y)
-            for (int x = 2; x <= W - 2; ++x) {
-                float R = at(src, x, y, 0), G = at(src, x, y, 1), B = at(src, x, y, 2);
-                float X = M[0] * R + M[1] * G + M[2] * B;
-                float Y = M[3] * R + M[4] * G + M[5] * B;
-                float Z = M[6] * R + M[7] * G + M[8] * B;
-                double fx = f(X / Xn), fy = f(Y / Yn), fz = f(Z / Zn);
-                at(lab, x, y, 0) = (float)(116 * fy - 16);
-                at(lab, x, y, 1) = (float)(500 * (fx - fy));
-                at(lab, x, y, 2) = (float)(200 * (fy - fz));
+    const float R = rgb[0], G = rgb[1], B = rgb[2], X = M[0] * R + M[1] * G + M[2] * B,
+                Y = M[3] * R + M[4] * G + M[5] * B, Z = M[6] * R + M[7] * G + M[8] * B;
+    const double fx = f(X / 0.964221f), fy = f(Y / 1.0f), fz = f(Z / 0.825211f);
+    out[0] = (float)(116 * fy - 16), out[1] = (float)(500 * (fx - fy)), out[2] = (float)(200 * (fy - fz));
+}
+
+struct AHDResult { std::vector<float> H, V, labH, labV, homH, homV, out; };
+
+inline AHDResult ahd(const std::vector<float>& mos, int W, int Hh, int layout, const float M[9]) {
+    const std::vector<float> z1((size_t)W * Hh), z3(z1.size() * 3);
+    AHDResult r{z3, z3, z3, z3, z1, z1, std::vector<float>(z1.size() * 4)};
+    const Mosaic s{mos, W};
+    auto at = [&](std::vector<float>& b, int x, int y, int c) -> float& { return b[((long)y * W + x) * 3 + c]; };
+    auto region = [&](auto&& visit) { for (int y = 2; y <= Hh - 3; ++y) for (int x = 2; x <= W - 2; ++x) visit(x, y); };
+    // Interpolation, pass 1: the sample in its own channel, green estimates at red and blue sites.
+    region([&](int x, int y) {
+        const int c = site(x, y, layout);
+        at(r.H, x, y, c) = at(r.V, x, y, c) = s(x, y);
+        if (c == 1) return;
+        at(r.H, x, y, 1) = clampRef(median3(s(x - 1, y), s.est(x, y, 1, 0), s(x + 1, y)));
+        at(r.V, x, y, 1) = clampRef(median3(s(x, y - 1), s.est(x, y, 0, 1), s(x, y + 1)));
+    });
+    // Pass 2, per candidate: red and blue from that candidate's greens.
+    for (std::vector<float>* K : {&r.H, &r.V})
+        region([&](int x, int y) {
+            auto G = [&](int xx, int yy) { return at(*K, xx, yy, 1); };
+            const int c = site(x, y, layout);
+            if (c != 1) {
+                at(*K, x, y, 2 - c) =
+                    clampRef(0.25f * (s(x - 1, y - 1) + s(x + 1, y - 1) + s(x - 1, y + 1) + s(x + 1, y + 1)) +
+                             0.25f * (4 * G(x, y) - G(x - 1, y - 1) - G(x + 1, y - 1) - G(x - 1, y + 1) - G(x + 1, y + 1)));
+                return;
             }
-    }
-    // Stage 3, pass 1.
-    for (int y = 2; y <= Hh - 3; ++y)
-        for (int x = 2; x <= W - 2; ++x) {
-            const int nx[4] = {x - 1, x + 1, x, x};
-            const int ny[4] = {y, y, y - 1, y + 1};
-            float dLH[4], dLV[4], dCH[4], dCV[4];
-            for (int k = 0; k < 4; ++k) {
-                dLH[k] = std::fabs(at(r.labH, nx[k], ny[k], 0) - at(r.labH, x, y, 0));
-                dLV[k] = std::fabs(at(r.labV, nx[k], ny[k], 0) - at(r.labV, x, y, 0));
-                float ak = at(r.labH, nx[k], ny[k], 1), ac = at(r.labH, x, y, 1);
-                float bk = at(r.labH, nx[k], ny[k], 2), bc = at(r.labH, x, y, 2);
-                dCH[k] = (ak - ac * ak - ac) + (bk - bc * bk - bc);
-                ak = at(r.labV, nx[k], ny[k], 1), ac = at(r.labV, x, y, 1);
-                bk = at(r.labV, nx[k], ny[k], 2), bc = at(r.labV, x, y, 2);
-                dCV[k] = (ak - ac * ak - ac) + (bk - bc * bk - bc);
-            }
-            float epsL = std::min(std::max(dLH[0], dLH[1]), std::max(dLV[2], dLV[3]));
-            float epsC = std::min(std::max(dCH[0], dCH[1]), std::max(dCH[2], dCH[3]));
-            int h = 0, v = 0;
-            for (int k = 0; k < 4; ++k) {
-                if (dLH[k] <= epsL && dCH[k] <= epsC) h++;
-                if (dLV[k] <= epsL && dCV[k] <= epsC) v++;
-            }
-            r.homH[(long)y * W + x] = (float)h;
-            r.homV[(long)y * W + x] = (float)v;
+            auto along = [&](int dx, int dy) {
+                return clampRef(0.5f * (s(x - dx, y - dy) + s(x + dx, y + dy)) +
+                                0.5f * (2 * s(x, y) - G(x - dx, y - dy) - G(x + dx, y + dy)));
+            };
+            const bool redAlongRow = x % 2 == 0 || y % 2 == 0;  // parity only, whatever the layout
+            at(*K, x, y, 0) = redAlongRow ? along(1, 0) : along(0, 1);
+            at(*K, x, y, 2) = redAlongRow ? along(0, 1) : along(1, 0);
+        });
+    region([&](int x, int y) {
+        lab(&at(r.H, x, y, 0), M, &at(r.labH, x, y, 0));
+        lab(&at(r.V, x, y, 0), M, &at(r.labV, x, y, 0));
+    });
+    // Homogeneity counts.
+    region([&](int x, int y) {
+        const int nx[4] = {x - 1, x + 1, x, x}, ny[4] = {y, y, y - 1, y + 1};  // left, right, up, down
+        float dL[2][4], dC[2][4];
+        for (int m = 0; m < 2; ++m) for (int k = 0; k < 4; ++k) {
+            std::vector<float>& L = m ? r.labV : r.labH;
+            auto nb = [&](int c) { return at(L, nx[k], ny[k], c); };
+            auto ce = [&](int c) { return at(L, x, y, c); };
+            dL[m][k] = std::fabs(nb(0) - ce(0));
+            dC[m][k] = (nb(1) - ce(1) * nb(1) - ce(1)) + (nb(2) - ce(2) * nb(2) - ce(2));  // as written
         }
-    // Stage 3, pass 2: in place, raster order.
-    for (int y = 2; y <= Hh - 3; ++y)
-        for (int x = 2; x <= W - 2; ++x) {
-            for (std::vector<float>* map : {&r.homH, &r.homV}) {
-                float sum = 0;
-                bool first = true;
-                for (int dy = -1; dy <= 1; ++dy)
-                    for (int dx = -1; dx <= 1; ++dx) {
-                        float v = (*map)[(long)(y + dy) * W + x + dx];
-                        sum = first ? v : sum + v;
-                        first = false;
-                    }
-                (*map)[(long)y * W + x] = sum;
-            }
-            long i = (long)y * W + x;
-            std::vector<float>& src = r.homH[i] > r.homV[i] ? r.H : r.V;
-            for (int c = 0; c < 3; ++c) r.out[i * 4 + c] = src[i * 3 + c];
-            r.out[i * 4 + 3] = 1.0f;
+        const float epsL = std::min(std::max(dL[0][0], dL[0][1]), std::max(dL[1][2], dL[1][3]));
+        const float epsC = std::min(std::max(dC[0][0], dC[0][1]), std::max(dC[0][2], dC[0][3]));  // both in H
+        int hom[2] = {0, 0};
+        for (int m = 0; m < 2; ++m) for (int k = 0; k < 4; ++k) hom[m] += dL[m][k] <= epsL && dC[m][k] <= epsC;
+        r.homH[(long)y * W + x] = (float)hom[0], r.homV[(long)y * W + x] = (float)hom[1];
+    });
+    // 3x3 sums written back in place, raster order; the more homogeneous candidate, ties to V.
+    region([&](int x, int y) {
+        const long i = (long)y * W + x;
+        for (std::vector<float>* map : {&r.homH, &r.homV}) {
+            float sum = 0;
+            for (int dy = -1; dy <= 1; ++dy) for (int dx = -1; dx <= 1; ++dx) sum += (*map)[i + dy * W + dx];
+            (*map)[i] = sum;
         }
+        const std::vector<float>& src = r.homH[i] > r.homV[i] ? r.H : r.V;
+        for (int c = 0; c < 3; ++c) r.out[i * 4 + c] = src[i * 3 + c];
+        r.out[i * 4 + 3] = 1.0f;
+    });
     return r;
 }
 
-// ---- VCD -----------------------------------------------------------------------------------------
-
-struct VCDResult {
-    std::vector<float> E, out;
-};
+struct VCDResult { std::vector<float> E, out; };
 
 inline float variance9(float d0, float d2, float d4, float d6, float d8) {
-    float d[9];
-    d[0] = d0;
-    d[2] = d2;
-    d[4] = d4;
-    d[6] = d6;
-    d[8] = d8;
-    d[1] = 0;
-    d[1] = (d[1] + d[2]) / 2;
-    d[3] = (d[2] + d[4]) / 2;
-    d[5] = (d[4] + d[6]) / 2;
-    d[7] = (d[6] + d[8]) / 2;
-    float sum = 0;
-    for (int k = 0; k < 9; ++k) sum += d[k];
-    float mean = 0.11111111f * sum;
-    float sq = 0;
-    for (int k = 0; k < 9; ++k) sq += (d[k] - mean) * (d[k] - mean);
+    float d1 = 0;
+    d1 = (d1 + d2) / 2;
+    const float d[9] = {d0, d1, d2, (d2 + d4) / 2, d4, (d4 + d6) / 2, d6, (d6 + d8) / 2, d8};
+    float sum = 0, sq = 0;
+    for (float v : d) sum += v;
+    for (float v : d) sq += (v - 0.11111111f * sum) * (v - 0.11111111f * sum);
     return 0.11111111f * sq;
 }
 
 inline VCDResult vcd(const std::vector<float>& mos, int W, int Hh, int layout, float factor) {
-    VCDResult r;
-    const size_t n = (size_t)W * Hh;
-    r.E.assign(n * 3, 0.0f);
-    r.out.assign(n * 4, 0.0f);
-    auto s = [&](int x, int y) { return mos[(size_t)((long)y * W + x)]; };
+    VCDResult r{std::vector<float>((size_t)W * Hh * 3), std::vector<float>((size_t)W * Hh * 4)};
+    const Mosaic s{mos, W};
     auto E = [&](int x, int y, int k) -> float& { return r.E[((long)y * W + x) * 3 + k]; };
     auto O = [&](int x, int y, int c) -> float& { return r.out[((long)y * W + x) * 4 + c]; };
-
-    // Stage 1.
-    for (int y = 4; y <= Hh - 5; ++y)
-        for (int x = 4; x <= W - 5; ++x) {
-            if (site(x, y, layout) == 1) continue;
-            float h = (s(x - 1, y) + s(x + 1, y)) / 2 + (2 * s(x, y) - s(x - 2, y) - s(x + 2, y)) / 4;
-            h = std::max(0.0f, h);
-            float v = (s(x, y - 1) + s(x, y + 1)) / 2 + (2 * s(x, y) - s(x, y - 2) - s(x, y + 2)) / 4;
-            v = std::max(0.0f, v);
-            E(x, y, 0) = median3(s(x - 1, y), h, s(x + 1, y));
-            E(x, y, 1) = median3(s(x, y - 1), v, s(x, y + 1));
-            E(x, y, 2) = (E(x, y, 0) + E(x, y, 1)) / 2;
-        }
+    for (int y = 4; y <= Hh - 5; ++y) for (int x = 4; x <= W - 5; ++x) {
+        if (site(x, y, layout) == 1) continue;
+        E(x, y, 0) = median3(s(x - 1, y), s.est(x, y, 1, 0), s(x + 1, y));
+        E(x, y, 1) = median3(s(x, y - 1), s.est(x, y, 0, 1), s(x, y + 1));
+        E(x, y, 2) = (E(x, y, 0) + E(x, y, 1)) / 2;
+    }
     // The result starts as the mosaic in each site's own channel.
-    for (int y = 0; y < Hh; ++y)
-        for (int x = 0; x < W; ++x) O(x, y, site(x, y, layout)) = s(x, y);
-    // Stage 2.
-    for (int y = 6; y <= Hh - 7; ++y)
-        for (int x = 6; x <= W - 6; ++x) {
-            int c = site(x, y, layout);
-            O(x, y, 3) = 1.0f;
-            O(x, y, c) = s(x, y);
-            if (c == 1) continue;
-            float Hg = 0, Vg = 0;
-            // Horizontal: distance 2 on rows y-2, y, y+2 then y-1, y+1; distance 1 likewise.
-            for (int dy : {-2, 0, 2}) {
-                Hg += std::fabs(s(x + 2, y + dy) - s(x, y + dy));
-                Hg += std::fabs(s(x - 2, y + dy) - s(x, y + dy));
-            }
-            for (int dy : {-1, 1}) {
-                Hg += std::fabs(s(x + 2, y + dy) - s(x, y + dy));
-                Hg += std::fabs(s(x - 2, y + dy) - s(x, y + dy));
-            }
-            for (int dy : {-2, 0, 2}) {
-                Hg += std::fabs(s(x + 1, y + dy) - s(x, y + dy));
-                Hg += std::fabs(s(x - 1, y + dy) - s(x, y + dy));
-            }
-            for (int dy : {-1, 1}) {
-                Hg += std::fabs(s(x + 1, y + dy) - s(x, y + dy));
-                Hg += std::fabs(s(x - 1, y + dy) - s(x, y + dy));
-            }
-            for (int dx : {-2, 0, 2}) {
-                Vg += std::fabs(s(x + dx, y + 2) - s(x + dx, y));
-                Vg += std::fabs(s(x + dx, y - 2) - s(x + dx, y));
-            }
-            for (int dx : {-1, 1}) {
-                Vg += std::fabs(s(x + dx, y + 2) - s(x + dx, y));
-                Vg += std::fabs(s(x + dx, y - 2) - s(x + dx, y));
-            }
-            for (int dx : {-2, 0, 2}) {
-                Vg += std::fabs(s(x + dx, y + 1) - s(x + dx, y));
-                Vg += std::fabs(s(x + dx, y - 1) - s(x + dx, y));
-            }
-            for (int dx : {-1, 1}) {
-                Vg += std::fabs(s(x + dx, y + 1) - s(x + dx, y));
-                Vg += std::fabs(s(x + dx, y - 1) - s(x + dx, y));
-            }
-            if (Hg < 1e-9f) Hg = 1e-9f;
-            if (Vg < 1e-9f) Vg = 1e-9f;
-            if (std::max(Vg / Hg, Hg / Vg) > factor) {
-                O(x, y, 1) = Vg >= Hg ? E(x, y, 0) : E(x, y, 1);
-                continue;
-            }
-            float vh = variance9(O(x - 4, y, c) - O(x - 4, y, 1), O(x - 2, y, c) - O(x - 2, y, 1),
-                                 O(x, y, c) - E(x, y, 0), O(x + 2, y, c) - E(x + 2, y, 0),
-                                 O(x + 4, y, c) - E(x + 4, y, 0));
-            float vv = variance9(O(x, y - 4, c) - O(x, y - 4, 0), O(x, y - 2, c) - O(x, y - 2, 0),
-                                 O(x, y, c) - E(x, y, 1), O(x, y + 2, c) - E(x, y + 2, 1),
-                                 O(x, y + 4, c) - E(x, y + 4, 1));
-            float vrow = variance9(O(x - 4, y, c) - O(x - 4, y, 1), O(x - 2, y, c) - O(x - 2, y, 1),
-                                   O(x, y, c) - E(x, y, 2), O(x + 2, y, c) - E(x + 2, y, 2),
-                                   O(x + 4, y, c) - E(x + 4, y, 2));
-            float vcol = variance9(O(x, y - 4, c) - O(x, y - 4, 1), O(x, y - 2, c) - O(x, y - 2, 1),
-                                   O(x, y, c) - E(x, y, 2), O(x, y + 2, c) - E(x, y + 2, 2),
-                                   O(x, y + 4, c) - E(x, y + 4, 2));
-            float vd = (vrow + vcol) / 2;
-            float m = std::min(vh, std::min(vv, vd));
-            float g;
-            if (m == vh)
-                g = E(x, y, 0);
-            else if (m == vv)
-                g = E(x, y, 1);
-            else
-                g = E(x, y, 2);
-            O(x, y, 1) = std::max(0.0f, g);
+    for (int y = 0; y < Hh; ++y) for (int x = 0; x < W; ++x) O(x, y, site(x, y, layout)) = s(x, y);
+    for (int y = 6; y <= Hh - 7; ++y) for (int x = 6; x <= W - 6; ++x) {
+        const int c = site(x, y, layout);
+        O(x, y, 3) = 1.0f, O(x, y, c) = s(x, y);
+        if (c == 1) continue;
+        // Distance 2 on the lines -2, 0, 2, then -1, 1; distance 1 likewise; + side, then - side.
+        float Hg = 0, Vg = 0;
+        for (int d : {2, 1}) for (int o : {-2, 0, 2, -1, 1}) {
+            Hg += std::fabs(s(x + d, y + o) - s(x, y + o));
+            Hg += std::fabs(s(x - d, y + o) - s(x, y + o));
+            Vg += std::fabs(s(x + o, y + d) - s(x + o, y));
+            Vg += std::fabs(s(x + o, y - d) - s(x + o, y));
         }
-    // Stage 3, in place, raster order.
-    for (int y = 4; y <= Hh - 5; ++y)
-        for (int x = 4; x <= W - 5; ++x) {
-            int c = site(x, y, layout);
-            float G = O(x, y, 1);
-            if (c == 1) {
-                bool redRow = (layout == 0 && x % 2 == 0 && y % 2 == 0) || (layout == 1 && x % 2 == 1 && y % 2 == 0) ||
-                              (layout == 2 && x % 2 == 1 && y % 2 == 1);
-                float rowR = G + ((O(x - 1, y, 0) - O(x - 1, y, 1)) + (O(x + 1, y, 0) - O(x + 1, y, 1))) / 2;
-                float colR = G + ((O(x, y - 1, 0) - O(x, y - 1, 1)) + (O(x, y + 1, 0) - O(x, y + 1, 1))) / 2;
-                float rowB = G + ((O(x - 1, y, 2) - O(x - 1, y, 1)) + (O(x + 1, y, 2) - O(x + 1, y, 1))) / 2;
-                float colB = G + ((O(x, y - 1, 2) - O(x, y - 1, 1)) + (O(x, y + 1, 2) - O(x, y + 1, 1))) / 2;
-                if (redRow) {
-                    O(x, y, 0) = rowR;
-                    O(x, y, 2) = colB;
-                } else {
-                    // Computed one after the other, as the rule reads, in place.
-                    O(x, y, 0) = colR;
-                    O(x, y, 2) = G + ((O(x - 1, y, 2) - O(x - 1, y, 1)) + (O(x + 1, y, 2) - O(x + 1, y, 1))) / 2;
-                    (void)rowB;
-                }
-            } else {
-                int t = c == 0 ? 2 : 0;
-                double sum = 0;
-                sum += (double)(O(x - 1, y - 1, t) - O(x - 1, y - 1, 1));
-                sum += (double)(O(x + 1, y - 1, t) - O(x + 1, y - 1, 1));
-                sum += (double)(O(x - 1, y + 1, t) - O(x - 1, y + 1, 1));
-                sum += (double)(O(x + 1, y + 1, t) - O(x + 1, y + 1, 1));
-                O(x, y, t) = (float)((double)G + 0.25 * sum);
-            }
+        Hg = Hg < 1e-9f ? 1e-9f : Hg, Vg = Vg < 1e-9f ? 1e-9f : Vg;
+        if (std::max(Vg / Hg, Hg / Vg) > factor) {  // strong edge: horizontal when V >= H
+            O(x, y, 1) = Vg >= Hg ? E(x, y, 0) : E(x, y, 1);
+            continue;
         }
+        // Nine samples along (dx, dy): the first two O.c - O.ref, the others O.c - E.est.
+        auto run = [&](int dx, int dy, int ref, int est) {
+            auto P = [&](int k, int ch) -> float { return O(x + k * dx, y + k * dy, ch); };
+            return variance9(P(-4, c) - P(-4, ref), P(-2, c) - P(-2, ref), P(0, c) - E(x, y, est),
+                             P(2, c) - E(x + 2 * dx, y + 2 * dy, est), P(4, c) - E(x + 4 * dx, y + 4 * dy, est));
+        };
+        const float vh = run(1, 0, 1, 0), vv = run(0, 1, 0, 1);  // vertical: red for d0, d2
+        const float vd = (run(1, 0, 1, 2) + run(0, 1, 1, 2)) / 2, m = std::min(vh, std::min(vv, vd));
+        O(x, y, 1) = std::max(0.0f, m == vh ? E(x, y, 0) : (m == vv ? E(x, y, 1) : E(x, y, 2)));
+    }
+    // Red and blue from colour differences, in place, raster order.
+    for (int y = 4; y <= Hh - 5; ++y) for (int x = 4; x <= W - 5; ++x) {
+        const int c = site(x, y, layout);
+        const float G = O(x, y, 1);
+        auto diff = [&](int xx, int yy, int ch) { return O(xx, yy, ch) - O(xx, yy, 1); };
+        if (c == 1) {
+            const int rowC = site(x + 1, y, layout) == 0 ? 0 : 2, colC = 2 - rowC;  // row neighbours red or not
+            O(x, y, rowC) = G + (diff(x - 1, y, rowC) + diff(x + 1, y, rowC)) / 2;
+            O(x, y, colC) = G + (diff(x, y - 1, colC) + diff(x, y + 1, colC)) / 2;
+        } else {
+            double sum = 0;
+            for (int dy : {-1, 1}) for (int dx : {-1, 1}) sum += (double)diff(x + dx, y + dy, 2 - c);
+            O(x, y, 2 - c) = (float)((double)G + 0.25 * sum);
+        }
+    }
     return r;
 }
 
