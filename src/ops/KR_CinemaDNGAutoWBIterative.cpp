@@ -18,12 +18,13 @@ constexpr int kBlock = 8;
 constexpr int kStep = 3;
 constexpr int kMaxRounds = 20;
 
-// Dark pixels are always usable; brighter ones only when their saturation is at most 0.9.
+// Dark pixels are always usable; brighter ones only when their saturation is at most 0.9. Both
+// bounds are compared in double precision: the float nearest 0.01 lies below 0.01 and is dark.
 inline bool usablePixel(const float* p) {
     const float mx = std::min(std::max(std::max(p[0], p[1]), p[2]), 1.0f);
     const float mn = std::max(std::min(std::min(p[0], p[1]), p[2]), 0.0f);
-    if (mx < 0.01f) return true;
-    return (mx - mn) / mx <= 0.9f;
+    if (mx < 0.01) return true;
+    return (mx - mn) / mx <= 0.9;
 }
 
 std::valarray<float> triple(float a, float b, float c) {

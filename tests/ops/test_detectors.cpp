@@ -120,7 +120,7 @@ TEST(AutoWhiteBalance, NeutralSmallAndSaturatedFrames) {
     // 729 * 0.5 / 14400 = 0.0253125. Without the 9 samples of block (0, 0): 0.025.
     for (auto [red, means] : {std::pair{0.5f, "for RGB : 0.025313, 0.025313, 0.025313"},  // plain grey
                               {1.0f, "for RGB : 0.025000, 0.025000, 0.025000"},   // a bright saturated pixel, not sampled
-                              {0.005f, "for RGB : 0.025313, 0.025313, 0.025313"}}) {  // saturated but darker than 0.01
+                              {0.01f, "for RGB : 0.025313, 0.025313, 0.025313"}}) {  // saturated, 0.01f < 0.01: dark
         Frame f(120, 120, 0.5f, 0.5f, 0.5f);
         if (red != 0.5f) f.at(21, 21)[0] = red, f.at(21, 21)[1] = f.at(21, 21)[2] = 0.0f;
         EXPECT_NE(runWB(wb, f).second.find(means), std::string::npos) << red;
