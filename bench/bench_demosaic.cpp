@@ -66,13 +66,13 @@ double& libRawSecondsPerMP() {
 }
 
 void BM_LibRawAHD(benchmark::State& state) {
-    framebuilder::RawFrameSpec spec;
-    spec.width = kW;
-    spec.height = kH;
-    spec.bits = 16;
-    spec.cfaPattern = {1, 0, 2, 1};
-    spec.whiteLevel = {65535};
-    const std::vector<uint8_t> frame = framebuilder::buildRawFrame(spec, raster());
+    framebuilder::RawFrameSpec desc;
+    desc.width = kW;
+    desc.height = kH;
+    desc.bits = 16;
+    desc.cfaPattern = {1, 0, 2, 1};
+    desc.whiteLevel = {65535};
+    const std::vector<uint8_t> frame = framebuilder::buildRawFrame(desc, raster());
     omp_set_num_threads(1);
     double total = 0.0, wall = 0.0;
     for (auto _ : state) {
