@@ -135,8 +135,8 @@ inline std::vector<uint8_t> demoTimeCode(int k) {
 }
 
 // The frame description of frame k.
-inline framebuilder::RawFrameSpec demoFrameFields(const DemoClipLayout& layout, int k) {
-    framebuilder::RawFrameSpec f;
+inline framebuilder::RawFrameDesc demoFrameFields(const DemoClipLayout& layout, int k) {
+    framebuilder::RawFrameDesc f;
     f.width = layout.width;
     f.height = layout.height;
     f.bits = layout.bits;

@@ -66,7 +66,7 @@ double& libRawSecondsPerMP() {
 }
 
 void BM_LibRawAHD(benchmark::State& state) {
-    framebuilder::RawFrameSpec desc;
+    framebuilder::RawFrameDesc desc;
     desc.width = kW;
     desc.height = kH;
     desc.bits = 16;

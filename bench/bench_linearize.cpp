@@ -58,7 +58,7 @@ const Frame& frameFor(int bits) {
     Frame f;
     f.folder = frameDir();
     f.name = "frame_" + std::to_string(bits) + ".dng";
-    fb::RawFrameSpec desc;
+    fb::RawFrameDesc desc;
     desc.width = kCols;
     desc.height = kRows;
     desc.bits = bits;

@@ -16,7 +16,7 @@ using namespace cinedng::framebuilder;
 namespace {
 
 std::vector<uint8_t> makeFrame(bool useSubIFD) {
-    RawFrameSpec desc;
+    RawFrameDesc desc;
     desc.width = 4096;
     desc.height = 2160;
     desc.bits = 12;

@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
     for (ByteOrder order : {ByteOrder::II, ByteOrder::MM}) {
         for (bool sub : {false, true}) {
             for (int bits : {12, 16}) {
-                RawFrameSpec desc;
+                RawFrameDesc desc;
                 desc.width = 32;
                 desc.height = 16;
                 desc.bits = bits;

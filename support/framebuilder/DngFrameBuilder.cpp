@@ -402,7 +402,7 @@ void addUint(TiffBuilder& b, int ifd, uint16_t tag, const std::vector<uint32_t>&
 }
 }  // namespace
 
-TiffBuilder makeRawFrameBuilder(const RawFrameSpec& desc, const std::vector<uint32_t>& samplesIn, int* rawIfdOut) {
+TiffBuilder makeRawFrameBuilder(const RawFrameDesc& desc, const std::vector<uint32_t>& samplesIn, int* rawIfdOut) {
     TiffBuilder b(desc.byteOrder);
     const std::vector<uint32_t> samples =
         samplesIn.empty() ? makeTestRaster(desc.width, desc.height, desc.bits) : samplesIn;
@@ -475,11 +475,11 @@ TiffBuilder makeRawFrameBuilder(const RawFrameSpec& desc, const std::vector<uint
     return b;
 }
 
-std::vector<uint8_t> buildRawFrame(const RawFrameSpec& desc, const std::vector<uint32_t>& samples) {
+std::vector<uint8_t> buildRawFrame(const RawFrameDesc& desc, const std::vector<uint32_t>& samples) {
     return makeRawFrameBuilder(desc, samples).build();
 }
 
-void writeRawFrame(const std::string& path, const RawFrameSpec& desc, const std::vector<uint32_t>& samples) {
+void writeRawFrame(const std::string& path, const RawFrameDesc& desc, const std::vector<uint32_t>& samples) {
     makeRawFrameBuilder(desc, samples).writeFile(path);
 }
 

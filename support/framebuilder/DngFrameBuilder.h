@@ -19,7 +19,7 @@
 //        b.setImage(raw, samples, 64, 32, 12, 16);       // 12-bit packed, strips of 16 rows
 //        std::vector<uint8_t> frame = b.build();
 //
-// 2. RawFrameSpec + buildRawFrame(), the high-level helper: a complete CinemaDNG frame (the raw
+// 2. RawFrameDesc + buildRawFrame(), the high-level helper: a complete CinemaDNG frame (the raw
 //    image in IFD 0, or a thumbnail IFD 0 with the raw image in a sub-IFD) from a handful of fields
 //    and a raster of stored sample values. makeRawFrameBuilder() returns the TiffBuilder before it
 //    is built, so a test can add or override tags first.
@@ -134,7 +134,7 @@ private:
 
 // ---- the high-level CinemaDNG frame --------------------------------------------------------------
 
-struct RawFrameSpec {
+struct RawFrameDesc {
     uint32_t width = 64;
     uint32_t height = 32;
     int bits = 12;
@@ -182,8 +182,8 @@ std::vector<uint32_t> makeTestRaster(uint32_t width, uint32_t height, int bits, 
 
 // The builder for a frame description and raster (raster empty: makeTestRaster). *rawIfd receives
 // the index of the IFD that holds the raw image, for adding tags before build().
-TiffBuilder makeRawFrameBuilder(const RawFrameSpec& desc, const std::vector<uint32_t>& samples, int* rawIfd = nullptr);
-std::vector<uint8_t> buildRawFrame(const RawFrameSpec& desc, const std::vector<uint32_t>& samples = {});
-void writeRawFrame(const std::string& path, const RawFrameSpec& desc, const std::vector<uint32_t>& samples = {});
+TiffBuilder makeRawFrameBuilder(const RawFrameDesc& desc, const std::vector<uint32_t>& samples, int* rawIfd = nullptr);
+std::vector<uint8_t> buildRawFrame(const RawFrameDesc& desc, const std::vector<uint32_t>& samples = {});
+void writeRawFrame(const std::string& path, const RawFrameDesc& desc, const std::vector<uint32_t>& samples = {});
 
 }  // namespace cinedng::framebuilder

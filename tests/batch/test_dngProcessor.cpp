@@ -164,7 +164,7 @@ TEST(BatchDeathTest, LookSourceWithoutPositiveCameraMatrixStops) {
     // ColorMatrix1 = minus the identity: the camera-to-XYZ matrix sums to -3.
     const std::string clip = scratchFolder("clip");
     const demo::DemoClipLayout layout{32, 24, 1};
-    framebuilder::RawFrameSpec f = demo::demoFrameFields(layout, 0);
+    framebuilder::RawFrameDesc f = demo::demoFrameFields(layout, 0);
     f.colorMatrix1 = {-1, 0, 0, 0, -1, 0, 0, 0, -1};
     f.colorMatrix2.clear();
     f.calibrationIlluminant2.reset();

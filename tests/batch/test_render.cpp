@@ -96,7 +96,7 @@ TEST(RenderPixels, FramesInBothByteOrdersEqualAnIndependentComputation) {
         for (auto order : {framebuilder::ByteOrder::II, framebuilder::ByteOrder::MM}) {
             SCOPED_TRACE(std::to_string(bits) + (order == framebuilder::ByteOrder::II ? " II" : " MM"));
             const demo::DemoClipLayout layout{16, 12, 1, bits, order, 4};
-            framebuilder::RawFrameSpec f = demo::demoFrameFields(layout, 7);  // ImageNumber 7, 01:00:00:07
+            framebuilder::RawFrameDesc f = demo::demoFrameFields(layout, 7);  // ImageNumber 7, 01:00:00:07
             f.defaultCropOrigin = {2, 2};
             f.defaultCropSize = {10, 8};
             f.colorMatrix1.assign(cm.begin(), cm.end());  // alone, so its illuminant does not matter

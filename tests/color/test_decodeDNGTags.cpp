@@ -18,8 +18,8 @@ const std::vector<double> kMatrixD65{0.6722, -0.0635, -0.0963, -0.4287, 1.2460, 
 const float kMiredA = 1e6f / 2856.0f, kMiredD65 = 1e6f / 6500.0f;
 
 // ColorMatrix1 only, or both matrices with illuminants 17 and 21.
-static fb::RawFrameSpec frame(std::vector<double> neutral, bool twoIlluminants = false) {
-    fb::RawFrameSpec s;
+static fb::RawFrameDesc frame(std::vector<double> neutral, bool twoIlluminants = false) {
+    fb::RawFrameDesc s;
     s.colorMatrix1 = kMatrixA;
     s.asShotNeutral = std::move(neutral);
     if (twoIlluminants) {
@@ -30,7 +30,7 @@ static fb::RawFrameSpec frame(std::vector<double> neutral, bool twoIlluminants =
     return s;
 }
 
-static cd_DNGTags gather(const fb::RawFrameSpec& desc) {
+static cd_DNGTags gather(const fb::RawFrameDesc& desc) {
     std::vector<uint8_t> bytes = fb::buildRawFrame(desc);
     cd_DNGTags tags;
     EXPECT_EQ(cd_getDNGParams::getParamsForImageData(bytes.data(), static_cast<long>(bytes.size()), tags), 0);
@@ -103,7 +103,7 @@ TEST(DecodeColour, ColorMatrix1Only) {
 }
 
 TEST(DecodeColour, CameraCalibrationIsFoldedInOnce) {
-    fb::RawFrameSpec s = frame({0.5, 1.0, 0.7});
+    fb::RawFrameDesc s = frame({0.5, 1.0, 0.7});
     s.cameraCalibration1 = {1.1, 0, 0, 0, 1.0, 0, 0, 0, 0.9};
     const std::valarray<float> folded = multiplyMatrix(asValarray(s.cameraCalibration1), asValarray(kMatrixA), 3);
     expectNear(gather(s).CameraToXYZMtx, invertMatrix(folded), 1e-6f);
@@ -144,7 +144,7 @@ TEST(DecodeColour, TwoIlluminantSearch) {
     EXPECT_NEAR(XYZToColorTemperature(tags.CameraXYZWhitePoint), 4000.0f, 150.0f);
 
     // Equal illuminants: the loop does not run and mired 0 weights fully towards ColorMatrix2.
-    fb::RawFrameSpec same = frame({1, 1, 1}, true);
+    fb::RawFrameDesc same = frame({1, 1, 1}, true);
     same.calibrationIlluminant1 = 21;
     expectNear(gather(same).CameraToXYZMtx, invertMatrix(D), 0.0f);
 
@@ -166,7 +166,7 @@ TEST(DecodeColour, FailureTexts) {
         {kMatrixA, {1, 0, 0, 1}, "matrixOps::multiplyMatrix - matrix size mismatch"},  // a calibration of 2 x 2
     };
     for (const auto& [matrix, calibration, text] : cases) {
-        fb::RawFrameSpec s = frame({1, 0.5, 1});
+        fb::RawFrameDesc s = frame({1, 0.5, 1});
         s.colorMatrix1 = matrix;
         s.cameraCalibration1 = calibration;
         EXPECT_EQ(failureText([&] { gather(s); }), text);

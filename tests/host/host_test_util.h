@@ -32,8 +32,8 @@ inline std::string tempFolder(const std::string& sub = "") {
 }
 
 // A small colour-decodable frame (the builder's 64 x 32 12-bit default, one colour matrix, a neutral).
-inline fb::RawFrameSpec colourFrame() {
-    fb::RawFrameSpec s;
+inline fb::RawFrameDesc colourFrame() {
+    fb::RawFrameDesc s;
     s.colorMatrix1 = {0.6461, -0.1164, -0.0857, -0.3825, 1.1597, 0.2534, -0.0416, 0.154, 0.6039};
     s.calibrationIlluminant1 = 21;
     s.asShotNeutral = {0.5, 1.0, 0.7};
@@ -41,12 +41,12 @@ inline fb::RawFrameSpec colourFrame() {
 }
 
 // Stored samples of frame `index` of a synthetic clip: distinct for every frame.
-inline std::vector<uint32_t> clipRaster(const fb::RawFrameSpec& s, int index) {
+inline std::vector<uint32_t> clipRaster(const fb::RawFrameDesc& s, int index) {
     return fb::makeTestRaster(s.width, s.height, s.bits, 7u * static_cast<uint32_t>(index) + 1u);
 }
 
 // Writes `frames` frames of that layout into folder as clip_000.dng, clip_001.dng, ...
-inline std::vector<std::string> writeClip(const std::string& folder, const fb::RawFrameSpec& s, int frames) {
+inline std::vector<std::string> writeClip(const std::string& folder, const fb::RawFrameDesc& s, int frames) {
     std::vector<std::string> paths;
     for (int i = 0; i < frames; ++i) {
         paths.push_back(folder + "/clip_" + std::to_string(1000 + i).substr(1) + ".dng");

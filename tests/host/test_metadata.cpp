@@ -55,7 +55,7 @@ std::string withoutAddress(const std::shared_ptr<KSImageProcessingInfo>& info) {
 // Entries that both read, on the real frames and on a big-endian synthetic frame that carries time
 // codes, a frame rate and an image number.
 TEST(KSMetadata, AgreesWithExiftool) {
-    fb::RawFrameSpec s = colourFrame();
+    fb::RawFrameDesc s = colourFrame();
     s.byteOrder = fb::ByteOrder::MM;
     s.timeCodes = {0x12, 0x34, 0x56, 0x01, 0x00, 0x00, 0x00, 0x00};
     s.frameRate = std::make_pair(24000, 1001);

@@ -84,7 +84,7 @@ TEST(KSCinemaDNGFileSequence, SyntheticClipsFromPathsAndMemoryGiveTheStoredSampl
     int n = 0;
     for (const Case& cc : cases) {
         SCOPED_TRACE(n);
-        fb::RawFrameSpec s = colourFrame();
+        fb::RawFrameDesc s = colourFrame();
         s.byteOrder = cc.order;
         s.bits = cc.bits;
         s.rowsPerStrip = cc.rowsPerStrip;
@@ -97,7 +97,7 @@ TEST(KSCinemaDNGFileSequence, SyntheticClipsFromPathsAndMemoryGiveTheStoredSampl
 }
 
 TEST(KSCinemaDNGFileSequence, CallerBufferBlackLevelAndFrameFailures) {
-    fb::RawFrameSpec s = colourFrame();
+    fb::RawFrameDesc s = colourFrame();
     s.blackLevel = {30};
     s.whiteLevel = {4095};
     const auto paths = writeClip(tempFolder(), s, 2);

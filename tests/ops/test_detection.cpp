@@ -42,7 +42,7 @@ Outcome runFromFile(const std::string& path) {
 std::string builtFrame(const std::string& name, std::vector<uint8_t> cfa, const std::vector<uint8_t>& holds) {
     const fs::path path = fs::path(CINEDNG_BINARY_DIR) / "ops_detection_frames" / name;
     fs::create_directories(path.parent_path());
-    framebuilder::RawFrameSpec frame;
+    framebuilder::RawFrameDesc frame;
     frame.width = 160, frame.height = 120, frame.bits = 12, frame.cfaPattern = std::move(cfa), frame.asShotNeutral = {0.5, 1.0, 0.7};
     frame.colorMatrix1 = {0.9, -0.3, -0.1, -0.4, 1.2, 0.2, -0.05, 0.2, 0.6}, frame.calibrationIlluminant1 = 21;
     std::vector<uint32_t> raster(size_t(frame.width) * frame.height);

@@ -8,7 +8,7 @@
 
 using namespace cinedng;
 using rawtest::failureOf;
-using Desc = cinedng::framebuilder::RawFrameSpec;
+using Desc = cinedng::framebuilder::RawFrameDesc;
 namespace fb = cinedng::framebuilder;
 
 namespace {

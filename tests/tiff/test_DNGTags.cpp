@@ -110,7 +110,7 @@ TEST(DNGTagsPerFrame, DynamicCoreAndStorageReReads) {
 // The record of a frame and of its big-endian twin print the same dumps; the dump's labels in order
 // and the line formats.
 TEST(DNGTagsDump, BigEndianTwinReadsTheSameRecord) {
-    RawFrameSpec desc{.width = 40, .height = 24, .bits = 14, .rowsPerStrip = 7, .useSubIFD = true,
+    RawFrameDesc desc{.width = 40, .height = 24, .bits = 14, .rowsPerStrip = 7, .useSubIFD = true,
                       .blackLevelRepeatDim = {2, 2}, .blackLevel = {60, 64, 60, 64}, .whiteLevel = {70000},
                       .activeArea = {2, 4, 22, 38},
                       .colorMatrix1 = {0.6461, -0.1164, -0.0857, -0.3825, 1.1597, 0.2534, -0.0416, 0.154, 0.6039},

@@ -30,7 +30,7 @@ TEST(FrameBuilder, PacksEveryBitDepthMsbFirstWithByteAlignedRows) {
 // LibRaw, an independent DNG reader, decodes the builder's frames to the raster that was packed:
 // every common depth, both byte orders, several strips with a short last one, IFD 0 or a sub-IFD.
 TEST(FrameBuilder, LibRawReadsBackThePackedRaster) {
-    RawFrameSpec desc{.width = 64, .height = 40, .rowsPerStrip = 7, .colorMatrix1 = {1, 0, 0, 0, 1, 0, 0, 0, 1},
+    RawFrameDesc desc{.width = 64, .height = 40, .rowsPerStrip = 7, .colorMatrix1 = {1, 0, 0, 0, 1, 0, 0, 0, 1},
                       .asShotNeutral = {1, 1, 1}};
     for (int bits : {8, 10, 12, 14, 16})
         for (ByteOrder order : {ByteOrder::II, ByteOrder::MM})
