@@ -203,6 +203,20 @@ KSSize KSValue::sizeValue() const {
 
 std::string KSValue::description() const { return descriptionWithIndent(0); }
 
+namespace {
+// "{a, b}", the printed form of a point or a size.
+std::string pairDescription(const std::string& a, const std::string& b) {
+    std::string s;
+    s.reserve(a.size() + b.size() + 4);
+    s += '{';
+    s += a;
+    s += ", ";
+    s += b;
+    s += '}';
+    return s;
+}
+}  // namespace
+
 std::string KSValue::descriptionWithIndent(int indent) const {
     switch (kind_) {
         case Kind::String:
@@ -219,10 +233,9 @@ std::string KSValue::descriptionWithIndent(int indent) const {
         case Kind::Data:
             return data_->description();
         case Kind::Point:
-            return "{" + logdetail::shortestNumber(point_.x) + ", " + logdetail::shortestNumber(point_.y) + "}";
+            return pairDescription(logdetail::shortestNumber(point_.x), logdetail::shortestNumber(point_.y));
         case Kind::Size:
-            return "{" + logdetail::shortestNumber(size_.width) + ", " + logdetail::shortestNumber(size_.height) +
-                   "}";
+            return pairDescription(logdetail::shortestNumber(size_.width), logdetail::shortestNumber(size_.height));
         case Kind::Array: {
             const std::string outer(static_cast<size_t>(indent) * 4, ' ');
             const std::string inner = outer + "    ";
