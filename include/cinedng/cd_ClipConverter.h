@@ -48,6 +48,9 @@ public:
 
     // Lowers meta.threads in place to min(threads, duration / 10 + 1).
     int configure(MetaConvertClip& meta, cd_DNGTags& tags, bool verbose);
+    // The lineariser's record for a clip: bits, active area and the black and white data of the tag
+    // record, linearising into `pixels` (inputRows x inputCols floats).
+    static linearParams linearParamsFromTags(const cd_DNGTags& tags, float* pixels);
 
     int convertClip();
     int convertImage(int i);

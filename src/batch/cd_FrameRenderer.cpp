@@ -1,4 +1,5 @@
 #include "cinedng/cd_FrameRenderer.h"
+#include "cinedng/cd_ClipConverter.h"
 
 #include <poll.h>
 #include <sys/types.h>
@@ -93,20 +94,7 @@ int cd_FrameRenderer::configure(const MetaConvertClip& stages, cd_DNGTags& tags)
     rawImage_ = cd_zeroedFloats(static_cast<size_t>(tags.inputRows) * static_cast<size_t>(tags.inputCols));
     rgbRow_.assign(static_cast<size_t>(tags.outputCols) * 3, 0.0f);
 
-    linearParams lp;
-    lp.bitsPerSample = tags.bitsPerSample;
-    lp.firstRow = tags.activeTop;
-    lp.firstCol = tags.activeLeft;
-    lp.inputRows = tags.inputRows;
-    lp.inputCols = tags.inputCols;
-    lp.pRawImagePixels = rawImage_.get();
-    lp.linearizationTable = tags.linearizationTable;
-    lp.blackLevelRepeatDim = tags.blackLevelRepeatDim;
-    lp.blackLevel = tags.blackLevel;
-    lp.blackLevelDeltaH = tags.blackLevelH;
-    lp.blackLevelDeltaV = tags.blackLevelV;
-    lp.whiteLevel = tags.whiteLevel;
-    lp.byteOrder = tags.byteOrder;
+    linearParams lp = cd_ClipConverter::linearParamsFromTags(tags, rawImage_.get());
     stages_.linearizer->configure(lp);
 
     debayerParams dp;

@@ -52,20 +52,7 @@ int cd_ClipConverter::configure(MetaConvertClip& meta, cd_DNGTags& tags, bool ve
     if (raw < 1 || static_cast<double>(raw) >= 5e7) throw cd_exception("cd_ClipConverter - number of raw pixels invalid");
     if (rgb < 1 || rgb >= 100000) throw cd_exception("cd_ClipConverter - number of RGB pixels invalid");
 
-    linParams = linearParams();
-    linParams.bitsPerSample = tags.bitsPerSample;
-    linParams.firstRow = tags.activeTop;
-    linParams.firstCol = tags.activeLeft;
-    linParams.inputRows = inputRows;
-    linParams.inputCols = inputCols;
-    linParams.pRawImagePixels = rawImagePixels_;
-    linParams.linearizationTable = tags.linearizationTable;
-    linParams.blackLevelRepeatDim = tags.blackLevelRepeatDim;
-    linParams.blackLevel = tags.blackLevel;
-    linParams.blackLevelDeltaH = tags.blackLevelH;
-    linParams.blackLevelDeltaV = tags.blackLevelV;
-    linParams.whiteLevel = tags.whiteLevel;
-    linParams.byteOrder = tags.byteOrder;
+    linParams = linearParamsFromTags(tags, rawImagePixels_);
 
     if (linearizer == nullptr) throw cd_exception("cd_ClipConverter - the linearizer may not be null");
     status = linearizer->configure(linParams);
@@ -199,6 +186,24 @@ int cd_ClipConverter::finishConversion(void* handle) {
     while (!static_cast<const volatile bool&>(h->complete)) {
     }
     return h->status;
+}
+
+linearParams cd_ClipConverter::linearParamsFromTags(const cd_DNGTags& tags, float* pixels) {
+    linearParams lp;
+    lp.bitsPerSample = tags.bitsPerSample;
+    lp.firstRow = tags.activeTop;
+    lp.firstCol = tags.activeLeft;
+    lp.inputRows = tags.inputRows;
+    lp.inputCols = tags.inputCols;
+    lp.pRawImagePixels = pixels;
+    lp.linearizationTable = tags.linearizationTable;
+    lp.blackLevelRepeatDim = tags.blackLevelRepeatDim;
+    lp.blackLevel = tags.blackLevel;
+    lp.blackLevelDeltaH = tags.blackLevelH;
+    lp.blackLevelDeltaV = tags.blackLevelV;
+    lp.whiteLevel = tags.whiteLevel;
+    lp.byteOrder = tags.byteOrder;
+    return lp;
 }
 
 }  // namespace cinedng
