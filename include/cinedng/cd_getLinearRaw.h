@@ -63,6 +63,7 @@ private:
 
     int64_t rowBytesNeeded_ = 0;
     bool useLookup_ = false;
+    bool vectorRows_ = false;  // the AVX2 kernels take the row (checked per row: the black must be whole)
     std::vector<uint32_t> samples_;     // one unpacked row
     std::vector<unsigned char> rowCopy_;  // zero-padded copy of a row that ends past the frame
     std::vector<float> patternRow_;     // the black pattern expanded over one row

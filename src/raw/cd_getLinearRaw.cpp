@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cd_simdRows.h"
 #include "cinedng/cd_exception.h"
 
 namespace cinedng {
@@ -44,6 +45,21 @@ struct Normalise {
     }
 };
 
+// Normalise, with the vector kernels doing the bulk of the row. Used when the black is a whole
+// number in [0, 2^24): then (s - black) is exact in single precision and the product with the
+// (single-precision) factor is exact in double precision, so one rounding in either gives the same
+// float as the per-sample expression.
+struct NormaliseVector : Normalise {
+    float blackF;
+    float factorF;
+    int64_t vector(const unsigned char* p, int64_t avail, float* out, int64_t n, int bits, bool bigEndian16) const {
+        return simdrows::normalise(p, avail, out, n, bits, bigEndian16, blackF, factorF);
+    }
+};
+
+template <typename Map>
+concept VectorMap = requires(const Map& m, const unsigned char* p, float* o) { m.vector(p, int64_t{}, o, int64_t{}, 0, false); };
+
 // Four samples of B bits (B = 10, 12 or 14: 5, 6 or 7 bytes) from one big-endian 64-bit word per
 // group, for as many groups as may read 8 bytes without passing `avail` bytes from p. Returns the
 // number of groups decoded.
@@ -79,10 +95,12 @@ void unpackSamples(const unsigned char* __restrict src, int64_t avail, T* __rest
         return;
     }
     if (bits == 16) {
+        int64_t i = 0;
+        if constexpr (VectorMap<Map>) i = map.vector(src, avail, out, n, 16, bigEndian16);
         if (bigEndian16) {
-            for (int64_t i = 0; i < n; ++i) out[i] = map((uint32_t(src[2 * i]) << 8) | src[2 * i + 1]);
+            for (; i < n; ++i) out[i] = map((uint32_t(src[2 * i]) << 8) | src[2 * i + 1]);
         } else {
-            for (int64_t i = 0; i < n; ++i) out[i] = map(uint32_t(src[2 * i]) | (uint32_t(src[2 * i + 1]) << 8));
+            for (; i < n; ++i) out[i] = map(uint32_t(src[2 * i]) | (uint32_t(src[2 * i + 1]) << 8));
         }
         return;
     }
@@ -92,6 +110,11 @@ void unpackSamples(const unsigned char* __restrict src, int64_t avail, T* __rest
     if (bits == 10 || bits == 12 || bits == 14) {
         // Single samples until the next one starts on a byte boundary (at most three).
         while (i < n && reader.count != 0) out[i++] = map(reader.next(bits, mask));
+        if constexpr (VectorMap<Map>) {
+            const int64_t done = map.vector(reader.p, avail - (reader.p - src), out + i, n - i, bits, false);
+            reader.p += done / 4 * (bits / 2);
+            i += done;
+        }
         // Whole 64-bit words first, then byte-wise groups near the end of the readable bytes.
         {
             const int64_t left = avail - (reader.p - src);
@@ -216,6 +239,10 @@ int cd_getLinearRaw::configure(linearParams& params) {
     // arithmetic is as fast as the lookup in a 256 KiB table, and is used instead.
     useLookup_ = bits <= 16 && !hasBlackPattern && !hasDeltaH && !hasDeltaV && !(bits == 16 && !hasTable);
     buildLookup();
+    // The vector kernels cover the plain per-row-black case of the common widths.
+    vectorRows_ = (bits == 10 || bits == 12 || bits == 14 || bits == 16) && !hasTable && !hasBlackPattern &&
+                  !hasDeltaH && simdrows::available() &&
+                  static_cast<double>(static_cast<float>(normalizeRawFactor)) == normalizeRawFactor;
 
     stats_.timeConfigure += timer.time();
     return 0;
@@ -285,7 +312,10 @@ int cd_getLinearRaw::getRow(cd_ScanLineAccess& access, int row) {
     const double black = rowBlack;
     const double factor = normalizeRawFactor;
 
-    if (useLookup_) {
+    if (vectorRows_ && black >= 0.0 && black < 16777216.0 && black == static_cast<double>(static_cast<int64_t>(black))) {
+        unpackSamples(src, rowBytesNeeded_, out, n, bits, sampleMask, leftBitSkip, byteOrder == 0x4D4D,
+                      NormaliseVector{{black, factor}, static_cast<float>(black), static_cast<float>(factor)});
+    } else if (useLookup_) {
         // Unpacked straight into the output through the table of results.
         unpackSamples(src, rowBytesNeeded_, out, n, bits, sampleMask, leftBitSkip, byteOrder == 0x4D4D, LookUp{lookup_.data()});
     } else if (!hasTable && !hasBlackPattern && !hasDeltaH) {
