@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer target over the TIFF parser and the DNG tag reader with AddressSanitizer and
-# UndefinedBehaviorSanitizer, and runs it for ${FUZZ_SECONDS:-60} seconds. The sample frames and a few
+# Builds the libFuzzer targets (the TIFF parser and DNG tag reader; the in-memory decoding of a whole
+# frame) with AddressSanitizer and UndefinedBehaviorSanitizer, and runs each for ${FUZZ_SECONDS:-60}
+# seconds. The sample frames and a few
 # frames made by the frame builder (big-endian, sub-IFDs, every field type) are the starting corpus
 # (in build/fuzz/corpus, where the fuzzer also keeps the inputs it finds).
 # A crash, a sanitizer report or a leak stops the run with a non-zero exit and leaves the input that
@@ -17,8 +18,8 @@ cmake -S . -B "$build" \
   -DCMAKE_CXX_FLAGS="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer" \
   -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" \
   -DCINEDNG_FUZZ=ON -DCINEDNG_TESTS=OFF -DCINEDNG_BENCH=OFF -DCINEDNG_ASSERT_THROWS=ON \
-  -DCINEDNG_PARTS="core;tiff;exr" >/dev/null
-cmake --build "$build" -j"$(nproc)" --target fuzz_readAllTags make_corpus
+  -DCINEDNG_PARTS="core;tiff;exr;color;raw;host" >/dev/null
+cmake --build "$build" -j"$(nproc)" --target fuzz_readAllTags fuzz_decodeFrame make_corpus
 
 corpus="$build/corpus"
 artifacts="$build/artifacts"
@@ -31,7 +32,9 @@ else
 fi
 "$build/fuzz/make_corpus" "$corpus"
 
-echo "== fuzz_readAllTags for ${seconds}s"
-"$build/fuzz/fuzz_readAllTags" \
-  -max_total_time="$seconds" -max_len=16384 -timeout=10 -rss_limit_mb=2048 \
-  -artifact_prefix="$artifacts/" -print_final_stats=1 "$corpus"
+for target in fuzz_readAllTags fuzz_decodeFrame; do
+  echo "== $target for ${seconds}s"
+  "$build/fuzz/$target" \
+    -max_total_time="$seconds" -max_len=16384 -timeout=10 -rss_limit_mb=2048 \
+    -artifact_prefix="$artifacts/" -print_final_stats=1 "$corpus"
+done
